@@ -1,0 +1,31 @@
+# The two commands of the README: `make demo` runs the main job, `make test` builds and runs every test.
+# Both install the Debian packages they need first (scripts/bootstrap.sh).
+
+BUILD_DIR ?= build
+BUILD_TYPE ?= RelWithDebInfo
+JOBS ?= $(shell nproc 2>/dev/null || echo 2)
+
+.PHONY: all bootstrap configure build demo test bench install clean
+
+all: build
+
+bootstrap:
+	@bash scripts/bootstrap.sh
+
+configure: bootstrap
+	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) > $(BUILD_DIR).configure.log || (cat $(BUILD_DIR).configure.log; exit 1)
+
+build: configure
+	@cmake --build $(BUILD_DIR) -j$(JOBS)
+
+demo: build
+	@./$(BUILD_DIR)/apps/example/backupframe-example
+
+test: build
+	@cd $(BUILD_DIR) && ctest --output-on-failure
+
+install: build
+	@cmake --install $(BUILD_DIR) $(if $(PREFIX),--prefix $(PREFIX))
+
+clean:
+	@rm -rf $(BUILD_DIR) $(BUILD_DIR).configure.log
