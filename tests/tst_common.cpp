@@ -34,6 +34,7 @@ private slots:
     void severityText();
     void loggerWritesFileAndConsole();
     void loggerRefusesUncreatableDirectory();
+    void loggerRollsInTheWorkingDirectory();
 };
 
 void tst_Common::calculateProgress_data()
@@ -313,6 +314,33 @@ void tst_Common::loggerRefusesUncreatableDirectory()
     QVERIFY(blocker.open(QIODevice::WriteOnly));   // a file where the directory should be
     blocker.close();
     QVERIFY(!Logger::Initialize(temp.path(), QStringLiteral("log"), QStringLiteral("x.log")));
+}
+
+void tst_Common::loggerRollsInTheWorkingDirectory()
+{
+    // A host that keeps its base directory as working directory gets its log rolled there;
+    // backups are numbered with two digits because up to ten are kept.
+    QTemporaryDir temp;
+    QVERIFY(temp.isValid());
+    const QString cwd = QDir::currentPath();
+    QVERIFY(QDir::setCurrent(temp.path()));
+
+    std::ostringstream discarded;
+    std::streambuf* previous = std::cout.rdbuf(discarded.rdbuf());
+    QVERIFY(Logger::Initialize(temp.path(), QStringLiteral("log"), QStringLiteral("service.log")));
+    const std::string line(1000, 'x');
+    for (int i = 0; i < 11 * 1024; ++i)   // a little over 10 MiB
+        Logger::GetFileLogHandle().warn(line);
+    Logger::UnInitialize();
+    std::cout.rdbuf(previous);
+    QDir::setCurrent(cwd);
+
+    const QFileInfo current(temp.filePath(QStringLiteral("log/service.log")));
+    const QFileInfo backup(temp.filePath(QStringLiteral("log/service.log.01")));
+    QVERIFY(current.exists());
+    QVERIFY2(backup.exists(), "the log did not roll");
+    QVERIFY(backup.size() <= 10 * 1024 * 1024 + 2048);
+    QVERIFY(current.size() < backup.size());
 }
 
 QTEST_APPLESS_MAIN(tst_Common)

@@ -1,0 +1,262 @@
+#include "database/databasefunctionoperation.h"
+
+#include "common/commontools.h"
+#include "common/logger.h"
+#include "model/triggerattribute.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QVariant>
+
+#include <log4cpp/Category.hh>
+
+#include <new>
+
+namespace {
+const char* const kDriverName = "QSQLITE";
+const char* const kSchemeTable = "tb_schemes";
+const char* const kTaskTable = "tb_tasks";
+const char* const kTriggerTable = "tb_triggers";
+const char* const kJournalTable = "tb_Journals";
+
+void logError(const QString& text)
+{
+    Logger::GetFileLogHandle().error(text.toStdString());
+}
+
+// Makes sure an existing file is one this process can store plans in, without writing
+// to it. On failure errorText gets the reason.
+bool checkExistingFile(const QString& dbfile, QString& errorText)
+{
+    // SQLite silently falls back to read-only access when it may not write the file;
+    // the scheduler could then load its plans but never save one. Opening the file for
+    // writing (no truncation, no creation) and closing it again changes nothing in it; it
+    // happens before the connection opens the file, so no lock of ours is dropped by the close.
+    QFile file(dbfile);
+    if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly)) {
+        errorText = file.errorString();
+        return false;
+    }
+    file.close();
+    return true;
+}
+
+// SQLite opens lazily: a file that holds no database fails only at its first statement.
+// Reading the schema catalogue reads the header and writes nothing.
+bool probeOpenedDatabase(const QSqlDatabase& db, QString& errorText)
+{
+    QSqlQuery probe(db);
+    if (probe.exec(QStringLiteral("SELECT count(*) FROM sqlite_master")))
+        return true;
+    errorText = probe.lastError().text();
+    return false;
+}
+
+// A new file whose tables could not be made was rolled back to zero bytes: it holds
+// nothing, so it goes, and the next Init starts afresh. A file with content (made by
+// someone else in the meantime, or left half-written) is never removed.
+void removeIfEmpty(const QString& dbfile)
+{
+    const QFileInfo info(dbfile);
+    if (info.isFile() && info.size() == 0)
+        QFile::remove(dbfile);
+}
+} // namespace
+
+QSqlDatabase* DatabaseFunctionOperation::m_pdb = nullptr;
+
+DatabaseFunctionOperation::DatabaseFunctionOperation() = default;
+
+DatabaseFunctionOperation::DatabaseFunctionOperation(const DatabaseFunctionOperation&) = default;
+
+DatabaseFunctionOperation& DatabaseFunctionOperation::operator=(const DatabaseFunctionOperation&) = default;
+
+DatabaseFunctionOperation::~DatabaseFunctionOperation() = default;
+
+bool DatabaseFunctionOperation::Init(const QString& dbfile)
+{
+    if (dbfile.isEmpty()) {
+        logError(QStringLiteral("Into parameter dbfile is empty."));
+        return false;
+    }
+
+    const bool existed = CommonTools::IsFileExist(dbfile);
+    if (!existed && !CommonTools::MakeFileDir(dbfile)) {
+        logError(QStringLiteral("Create dbfile dir failed."));
+        return false;
+    }
+
+    // A second Init replaces the connection. Dropping the old object without closing it
+    // would leak it, and adding a database under the same name while it is still
+    // referenced makes Qt cut it off under its owner; so release it as UnInit does.
+    UnInit();
+
+    m_pdb = new (std::nothrow) QSqlDatabase();
+    if (!m_pdb)
+        return false;
+    *m_pdb = QSqlDatabase::addDatabase(QLatin1String(kDriverName),
+                                       QLatin1String(QSqlDatabase::defaultConnection));
+    m_pdb->setDatabaseName(dbfile);
+
+    // After any failure here m_pdb stays set to a connection that is not open.
+    QString errorText;
+    bool opened = !existed || checkExistingFile(dbfile, errorText);
+    if (opened && !m_pdb->open()) {
+        errorText = m_pdb->lastError().text();
+        opened = false;
+    }
+    if (opened && existed && !probeOpenedDatabase(*m_pdb, errorText)) {
+        m_pdb->close();
+        opened = false;
+    }
+    if (!opened) {
+        logError(QStringLiteral("Open dbfile failed."));
+        logError(errorText);
+        return false;
+    }
+
+    // Tables are made only together with a new file; an existing file keeps its schema.
+    if (existed)
+        return true;
+
+    // One transaction: the file gets all four tables or none of them.
+    m_pdb->transaction();
+    if (!CreateAllTables() || !m_pdb->commit()) {
+        m_pdb->rollback();
+        m_pdb->close();
+        removeIfEmpty(dbfile);
+        logError(QStringLiteral("Create dbfile all tables failed."));
+        return false;
+    }
+    return true;
+}
+
+void DatabaseFunctionOperation::UnInit()
+{
+    if (!m_pdb)
+        return;
+    m_pdb->close();
+    delete m_pdb;
+    m_pdb = nullptr;
+    // The deleted object was the last handle on the connection, so Qt can drop it
+    // without cutting anyone off, and the next Init starts from a clean registry.
+    QSqlDatabase::removeDatabase(QLatin1String(QSqlDatabase::defaultConnection));
+}
+
+bool DatabaseFunctionOperation::CreateAllTables()
+{
+    if (!m_pdb)
+        return false;
+    QSqlQuery query(*m_pdb);
+    return CreateSchemeTable(query) && CreateTriggerTable(query) && CreateTaskTable(query)
+           && CreateJournalTable(query);
+}
+
+bool DatabaseFunctionOperation::CreateSchemeTable(QSqlQuery& query)
+{
+    const QString sql = QStringLiteral(
+        "CREATE TABLE %1(plan_uuid VARCHAR(254) PRIMARY KEY NOT NULL,plan_name VARCHAR(254),"
+        "execution_state VARCHAR(254),status VARCHAR(254),latest_finish_time VARCHAR(254),"
+        "create_time VARCHAR(254),trigger_name VARCHAR(254),task_name VARCHAR(254))");
+    return query.exec(sql.arg(QLatin1String(kSchemeTable)));
+}
+
+bool DatabaseFunctionOperation::CreateTaskTable(QSqlQuery& query)
+{
+    const QString sql = QStringLiteral(
+        "CREATE TABLE %1(task_name VARCHAR(254) PRIMARY KEY NOT NULL,"
+        "operation_register_name VARCHAR(254),operation_parameter VARCHAR(10240))");
+    return query.exec(sql.arg(QLatin1String(kTaskTable)));
+}
+
+bool DatabaseFunctionOperation::CreateTriggerTable(QSqlQuery& query)
+{
+    const QString sql = QStringLiteral(
+        "CREATE TABLE %1(trigger_name VARCHAR(254) PRIMARY KEY NOT NULL,trigger_type INTEGER NOT NULL,"
+        "start_time VARCHAR(254),end_time VARCHAR(254),interval INTEGER,duration INTEGER,"
+        "week_days VARCHAR(254),which_months VARCHAR(254),month_days VARCHAR(254),"
+        "day_last_flag INTEGER,trigger_end_flag INTEGER)");
+    return query.exec(sql.arg(QLatin1String(kTriggerTable)));
+}
+
+bool DatabaseFunctionOperation::CreateJournalTable(QSqlQuery& query)
+{
+    const QString sql = QStringLiteral(
+        "CREATE TABLE %1(journal_uuid VARCHAR(254) PRIMARY KEY NOT NULL,plan_uuid VARCHAR(254) NOT NULL,"
+        "plan_name VARCHAR(254),task_name VARCHAR(254),start_time VARCHAR(254),end_time VARCHAR(254),"
+        "record_time VARCHAR(254),time_consuming INTEGER,result VARCHAR(254),error_reason TEXT,"
+        "solution TEXT)");
+    return query.exec(sql.arg(QLatin1String(kJournalTable)));
+}
+
+bool DatabaseFunctionOperation::LoadTriggerAttributes(QHash<QString, TriggerAttribute*>& triggers)
+{
+    if (!m_pdb)
+        return false;
+    const QString sql =
+        QStringLiteral("SELECT %1.plan_uuid, %2.trigger_name FROM %1, %2 WHERE %1.trigger_name = %2.trigger_name")
+            .arg(QLatin1String(kSchemeTable), QLatin1String(kTriggerTable));
+    QSqlQuery query(*m_pdb);
+    query.setForwardOnly(true);
+    if (!query.exec(sql))
+        return false;
+
+    while (query.next()) {
+        TriggerAttribute* trigger = new (std::nothrow) TriggerAttribute();
+        if (!trigger)
+            return false;
+        const QString planUuid = query.value(QStringLiteral("plan_uuid")).toString();
+        trigger->setTriggerName(query.value(QStringLiteral("trigger_name")).toString());
+        quint64 found = 0;
+        if (SelectTrigger(trigger->getTriggerName(), *trigger, found))
+            triggers.insert(planUuid, trigger);   // a pointer already under that key is the caller's
+        else
+            delete trigger;
+    }
+    return true;
+}
+
+bool DatabaseFunctionOperation::SelectTrigger(const QString& triggerName, TriggerAttribute& trigger,
+                                              quint64& found)
+{
+    found = 0;
+    if (triggerName.isEmpty() || !m_pdb)
+        return false;
+
+    // The name is pasted between quotes: framework-made names never hold a quote, and one
+    // that does only makes the statement fail.
+    const QString sql =
+        QStringLiteral("SELECT %1.trigger_type, %1.start_time, %1.end_time, %1.interval, %1.duration, "
+                       "%1.week_days, %1.which_months, %1.month_days, %1.day_last_flag, "
+                       "%1.trigger_end_flag FROM %1 WHERE %1.trigger_name='%2'")
+            .arg(QLatin1String(kTriggerTable), triggerName);
+    QSqlQuery query(*m_pdb);
+    query.setForwardOnly(true);
+    if (!query.exec(sql))
+        return false;
+
+    // Numbers are read as 32-bit values: anything stored above 4294967295 keeps its low 32 bits.
+    const auto number = [&query](const char* column) {
+        return static_cast<quint64>(query.value(QLatin1String(column)).toUInt());
+    };
+    const auto text = [&query](const char* column) {
+        return query.value(QLatin1String(column)).toString();
+    };
+    while (query.next()) {
+        found = 1;
+        trigger.setTriggerType(number("trigger_type"));
+        trigger.setStartTime(text("start_time"));
+        trigger.setEndTime(text("end_time"));
+        trigger.setInterval(number("interval"));
+        trigger.setDuration(number("duration"));
+        trigger.setWeekDays(text("week_days"));
+        trigger.setWhichMoths(text("which_months"));
+        trigger.setMonthDays(text("month_days"));
+        trigger.setDayLastFlag(number("day_last_flag"));
+        trigger.setTriggerEndFlag(number("trigger_end_flag"));
+    }
+    return true;
+}
