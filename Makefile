@@ -19,7 +19,7 @@ build: configure
 	@cmake --build $(BUILD_DIR) -j$(JOBS)
 
 demo: build
-	@./$(BUILD_DIR)/apps/example/backupframe-example
+	@bash scripts/demo.sh $(BUILD_DIR)
 
 test: build
 	@cd $(BUILD_DIR) && ctest --output-on-failure

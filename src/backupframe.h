@@ -32,6 +32,14 @@
 
 // commun/: transport
 #include "commun/communattribute.h"
+#include "commun/socketsinkdata.h"
+#include "commun/communobject.h"
+#include "commun/communserver.h"
+#include "commun/communclientwork.h"
+#include "commun/socketcommandpackage.h"
+#include "commun/communproducerconsumermanager.h"
+#include "commun/clientcommunmanager.h"
+#include "commun/commterminal.h"
 
 // database/: SQLite storage
 #include "database/databasefunctionoperation.h"

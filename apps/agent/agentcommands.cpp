@@ -1,0 +1,196 @@
+#include "agentcommands.h"
+
+#include "agentoutput.h"
+
+#include <QElapsedTimer>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <algorithm>
+
+int PrintUsageError(QTextStream& err, const QString& message)
+{
+    err << "backupframe-agent: " << message << "\n"
+        << "Try 'backupframe-agent --help' for more information.\n";
+    err.flush();
+    return ExitUsage;
+}
+
+AgentCommands::AgentCommands(const AgentOptions& options, const CommunAttribute& endpoint, QTextStream& out,
+                             QTextStream& err)
+    : m_options(options)
+    , m_endpoint(endpoint)
+    , m_out(out)
+    , m_err(err)
+{
+}
+
+AgentCommands::~AgentCommands() = default;
+
+int AgentCommands::Execute()
+{
+    using Handler = int (AgentCommands::*)();
+    const QList<QPair<QString, Handler>> handlers{
+        {QStringLiteral("status"), &AgentCommands::Status},
+        {QStringLiteral("plans"), &AgentCommands::Plans},
+        {QStringLiteral("new"), &AgentCommands::NewPlan},
+        {QStringLiteral("edit"), &AgentCommands::EditPlan},
+        {QStringLiteral("delete"), &AgentCommands::DeletePlan},
+        {QStringLiteral("run"), &AgentCommands::RunPlan},
+        {QStringLiteral("cancel"), &AgentCommands::CancelPlan},
+        {QStringLiteral("journals"), &AgentCommands::Journals},
+        {QStringLiteral("journal-delete"), &AgentCommands::DeleteJournals},
+        {QStringLiteral("email"), &AgentCommands::Email}};
+    for (const auto& handler : handlers) {
+        if (handler.first == m_options.Command()) {
+            const int code = (this->*handler.second)();
+            m_out.flush();
+            m_session.reset();
+            return code;
+        }
+    }
+    return Usage(QStringLiteral("unknown command '%1'").arg(m_options.Command()));
+}
+
+int AgentCommands::OpenSession()
+{
+    if (m_session)
+        return ExitOk;
+    m_session.reset(new AgentSession(m_endpoint, m_options.TimeoutMs()));
+    if (m_session->Open())
+        return ExitOk;
+    const QString reason = m_session->Error();
+    m_session.reset();
+    return NoAnswer(reason);
+}
+
+int AgentCommands::Call(quint64 type, const QString& planUuid, const QString& planName, const QByteArray& payload,
+                        const QString& what, QByteArray* resultData)
+{
+    if (const int code = OpenSession())
+        return code;
+    ResultCommand answer(SchedulerProtocol::ResultType);
+    if (!m_session->Call(type, planUuid, planName, payload, answer))
+        return NoAnswer(m_session->Error());
+    if (answer.getUintResult() != 0)
+        return Fail(ExitRefused, QStringLiteral("cannot %1: %2").arg(what, SchedulerProtocol::ErrorText(answer.getUintResult())));
+    if (resultData)
+        *resultData = answer.getResultData();
+    return ExitOk;
+}
+
+int AgentCommands::LoadPlans(QList<SchedulerPlan>& plans)
+{
+    const QString what = QStringLiteral("list the plans");
+    QByteArray bytes;
+    if (const int code = Call(LoadSchedulersType, QString(), QString(), QByteArray(), what, &bytes))
+        return code;
+    ResultLoadSchedulersData data;
+    if (const int code = Decode(bytes, data, what))
+        return code;
+    for (const SchedulerPlan* plan : data.getActionPlansList())
+        plans.append(*plan);
+    return ExitOk;
+}
+
+int AgentCommands::LoadJournals(const QString& planUuid, QList<JournalAttribute>& journals)
+{
+    const QString what = QStringLiteral("list the journals");
+    QByteArray bytes;
+    if (const int code = Call(LoadJournalsType, planUuid, QString(), QByteArray(), what, &bytes))
+        return code;
+    ResultLoadJournalsData data;
+    if (const int code = Decode(bytes, data, what))
+        return code;
+    for (const JournalAttribute* journal : data.getJournalAttrList())
+        journals.append(*journal);
+    return ExitOk;
+}
+
+int AgentCommands::ResolvePlan(const QString& key, SchedulerPlan& plan)
+{
+    QList<SchedulerPlan> plans;
+    if (const int code = LoadPlans(plans))
+        return code;
+    QList<SchedulerPlan> byName;
+    QList<SchedulerPlan> byPrefix;
+    for (const SchedulerPlan& candidate : plans) {
+        if (candidate.getPlanUuid().compare(key, Qt::CaseInsensitive) == 0) {
+            plan = candidate;
+            return ExitOk;
+        }
+        if (candidate.getPlanName() == key)
+            byName.append(candidate);
+        if (AgentOutput::MatchesUuidPrefix(candidate.getPlanUuid(), key))
+            byPrefix.append(candidate);
+    }
+    const QList<SchedulerPlan>& matches = byName.isEmpty() ? byPrefix : byName;
+    if (matches.isEmpty())
+        return Fail(ExitRefused, QStringLiteral("plan not found: no plan has the uuid, uuid prefix or name '%1'").arg(key));
+    if (matches.size() > 1)
+        return Usage(QStringLiteral("'%1' names %2 plans; give more of the uuid").arg(key).arg(matches.size()));
+    plan = matches.first();
+    return ExitOk;
+}
+
+int AgentCommands::Usage(const QString& message)
+{
+    return PrintUsageError(m_err, message);
+}
+
+int AgentCommands::NoAnswer(const QString& reason)
+{
+    const bool tcp = m_endpoint.getProtocolType() == CommunAttribute::TcpProtocol;
+    const QString where = tcp ? QStringLiteral("%1:%2").arg(m_endpoint.getDestSvrNameIp()).arg(m_endpoint.getDestPort())
+                              : QStringLiteral("'%1'").arg(m_endpoint.getDestSvrNameIp());
+    return Fail(ExitNoAnswer, QStringLiteral("no scheduler answers on %1 (%2)").arg(where, reason));
+}
+
+int AgentCommands::Fail(int code, const QString& message)
+{
+    m_out.flush();
+    m_err << "backupframe-agent: " << message << "\n";
+    m_err.flush();
+    return code;
+}
+
+void AgentCommands::PrintJson(const QJsonValue& value)
+{
+    const QJsonDocument document = value.isArray() ? QJsonDocument(value.toArray()) : QJsonDocument(value.toObject());
+    m_out << document.toJson(QJsonDocument::Indented);
+}
+
+int AgentCommands::Status()
+{
+    if (const int code = OpenSession())
+        return code;
+    QElapsedTimer clock;
+    clock.start();
+    QList<SchedulerPlan> plans;
+    if (const int code = LoadPlans(plans))
+        return code;
+    const double roundTripMs = clock.nsecsElapsed() / 1e6;
+    QList<JournalAttribute> journals;
+    if (const int code = LoadJournals(QString(), journals))
+        return code;
+    const auto running = std::count_if(plans.begin(), plans.end(), [](const SchedulerPlan& plan) {
+        return plan.getIsRunning();
+    });
+    if (m_options.Json()) {
+        PrintJson(QJsonObject{{QStringLiteral("endpoint"), m_session->EndpointText()},
+                              {QStringLiteral("answers"), true},
+                              {QStringLiteral("roundTripMs"), roundTripMs},
+                              {QStringLiteral("plans"), plans.size()},
+                              {QStringLiteral("running"), static_cast<int>(running)},
+                              {QStringLiteral("journals"), journals.size()}});
+        return ExitOk;
+    }
+    AgentOutput::Table table;
+    table.AddRow({QStringLiteral("scheduler"), QStringLiteral("'%1' answers").arg(m_session->EndpointText())});
+    table.AddRow({QStringLiteral("round trip"), QStringLiteral("%1 ms").arg(roundTripMs, 0, 'f', 1)});
+    table.AddRow({QStringLiteral("plans"), QStringLiteral("%1 (%2 running)").arg(plans.size()).arg(running)});
+    table.AddRow({QStringLiteral("journals"), QString::number(journals.size())});
+    m_out << table.Render();
+    return ExitOk;
+}

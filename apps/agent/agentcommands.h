@@ -1,0 +1,90 @@
+#ifndef BACKUPFRAME_AGENT_AGENTCOMMANDS_H
+#define BACKUPFRAME_AGENT_AGENTCOMMANDS_H
+
+#include "agentoptions.h"
+#include "agentsession.h"
+
+#include "protocol.h"
+
+#include <backupframe.h>
+
+#include <QByteArray>
+#include <QJsonValue>
+#include <QList>
+#include <QString>
+#include <QTextStream>
+
+#include <memory>
+
+// The agent's exit codes.
+enum AgentExit {
+    ExitOk = 0,
+    ExitUsage = 1,      // the command line is wrong
+    ExitRefused = 2,    // the scheduler answered with an error (or the plan/journal is unknown)
+    ExitNoAnswer = 3    // no scheduler serves the endpoint, or no (usable) answer came in time
+};
+
+// Runs one subcommand: checks its arguments first, then talks to the scheduler through
+// an AgentSession (opened on the first request) and prints the outcome on out, failures
+// as one line on err. Main thread.
+class AgentCommands
+{
+public:
+    AgentCommands(const AgentOptions& options, const CommunAttribute& endpoint, QTextStream& out, QTextStream& err);
+    ~AgentCommands();
+
+    int Execute();
+
+private:
+    int Status();
+    int Plans();
+    int NewPlan();
+    int EditPlan();
+    int DeletePlan();
+    int RunPlan();
+    int CancelPlan();
+    int Journals();
+    int DeleteJournals();
+    int Email();
+    int EmailShow();
+    int EmailSet();
+
+    // Opens the session on first use; 0, or 3 after printing why nobody answers.
+    int OpenSession();
+    // One request and its answer. 0 with the result data, or the exit code after
+    // printing why (no answer: 3; an error result: 2, "cannot <what>: <reason>").
+    int Call(quint64 type, const QString& planUuid, const QString& planName, const QByteArray& payload,
+             const QString& what, QByteArray* resultData = nullptr);
+    template <typename Record>
+    int Decode(const QByteArray& bytes, Record& record, const QString& what);
+    int LoadPlans(QList<SchedulerPlan>& plans);
+    int LoadJournals(const QString& planUuid, QList<JournalAttribute>& journals);
+    int ResolvePlan(const QString& key, SchedulerPlan& plan);
+    int ResolveJournals(const QStringList& keys, QStringList& uuids);
+    int ApplyPlanChange(quint64 type, const SchedulerPlan& plan, const QByteArray& payload, const QString& what);
+
+    int Usage(const QString& message);
+    int NoAnswer(const QString& reason);
+    int Fail(int code, const QString& message);
+    void PrintJson(const QJsonValue& value);
+    void PrintPlanLine(const SchedulerPlan& plan);
+
+    const AgentOptions& m_options;
+    CommunAttribute m_endpoint;
+    QTextStream& m_out;
+    QTextStream& m_err;
+    std::unique_ptr<AgentSession> m_session;   // opened on the first request
+};
+
+// Prints "backupframe-agent: <message>" and the help hint on err; returns ExitUsage.
+int PrintUsageError(QTextStream& err, const QString& message);
+
+template <typename Record>
+int AgentCommands::Decode(const QByteArray& bytes, Record& record, const QString& what)
+{
+    if (SchedulerProtocol::DecodePayload(bytes, record))
+        return ExitOk;
+    return NoAnswer(QStringLiteral("its answer to %1 does not decode").arg(what));
+}
+
+#endif

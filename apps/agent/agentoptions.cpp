@@ -1,0 +1,218 @@
+#include "agentoptions.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QStandardPaths>
+
+#include <cmath>
+
+namespace {
+
+struct CommandShape {
+    QString name;
+    int minArguments;
+    int maxArguments;   // -1: any number
+    QStringList options;
+};
+
+QList<CommandShape> shapes()
+{
+    const QStringList trigger = AgentOptions::TriggerOptionNames();
+    const QStringList edit = QStringList{QStringLiteral("name"), QStringLiteral("operation"),
+                                         QStringLiteral("parameter")} + trigger;
+    return {{QStringLiteral("status"), 0, 0, {}},
+            {QStringLiteral("plans"), 0, 0, {}},
+            {QStringLiteral("new"), 2, 3, trigger},
+            {QStringLiteral("edit"), 1, 1, edit},
+            {QStringLiteral("delete"), 1, 1, {}},
+            {QStringLiteral("run"), 1, 1, {}},
+            {QStringLiteral("cancel"), 1, 1, {}},
+            {QStringLiteral("journals"), 0, 1, {}},
+            {QStringLiteral("journal-delete"), 0, -1, {QStringLiteral("all")}},
+            {QStringLiteral("email"), 1, 1, AgentOptions::EmailOptionNames()}};
+}
+
+const char* const kDescription =
+    "Talks to the backupframe scheduler service.\n"
+    "\n"
+    "Commands:\n"
+    "  status                          does the scheduler answer? round trip, plans, journals\n"
+    "  plans                           list the plans\n"
+    "  new NAME OPERATION [PARAMETER]  create a plan; trigger options below\n"
+    "  edit PLAN                       change a plan: --name, --operation, --parameter, trigger options\n"
+    "  delete PLAN                     delete a plan (its journals stay)\n"
+    "  run PLAN                        run a plan now\n"
+    "  cancel PLAN                     cancel a running plan\n"
+    "  journals [PLAN]                 list the journals, all or of one plan\n"
+    "  journal-delete JOURNAL...|--all delete journals\n"
+    "  email show                      show the e-mail notification settings\n"
+    "  email set [e-mail options]      change them; options not given keep their values\n"
+    "\n"
+    "PLAN is a plan name, a plan uuid or a unique prefix of one (4 characters at least,\n"
+    "the brace may be left out); JOURNAL is a journal uuid or such a prefix of one.\n"
+    "Exit codes: 0 done, 1 usage error, 2 the scheduler refused, 3 no scheduler answers.";
+
+QList<QCommandLineOption> optionList()
+{
+    auto valued = [](const char* name, const char* help, const char* value) {
+        return QCommandLineOption(QString::fromLatin1(name), QString::fromLatin1(help), QString::fromLatin1(value));
+    };
+    auto flag = [](const char* name, const char* help) {
+        return QCommandLineOption(QString::fromLatin1(name), QString::fromLatin1(help));
+    };
+    return {
+        valued("server-name", "Local server name of the scheduler (default from the configuration).", "name"),
+        valued("timeout", "Seconds to wait for the connection and for each answer (default 5).", "seconds"),
+        flag("json", "Machine-readable output (JSON)."),
+        valued("config", "Service configuration INI file (default: the scheduler's default one).", "file"),
+        flag("tcp", "Connect over TCP to 127.0.0.1 on the configured port (needs tcp_server_code=88)."),
+        valued("name", "edit: the new plan name.", "name"),
+        valued("operation", "edit: the new operation.", "operation"),
+        valued("parameter", "edit: the new operation parameter.", "text"),
+        valued("type", "Trigger type number.", "n"),
+        valued("start", "Trigger start, \"yyyy-MM-dd hh:mm:ss\".", "time"),
+        valued("end", "Trigger end, \"yyyy-MM-dd hh:mm:ss\"; the trigger then ends.", "time"),
+        flag("no-end", "edit: the trigger no longer ends."),
+        valued("interval", "Repeat every HOURS hours.", "hours"),
+        valued("duration", "Repeat for HOURS hours.", "hours"),
+        valued("week-days", "Week days, e.g. 1,3,5 (1 to 7).", "list"),
+        valued("months", "Months, e.g. 1,6 (1 to 12).", "list"),
+        valued("month-days", "Days of the month, e.g. 1,15 (1 to 31).", "list"),
+        flag("last-day", "Include the last day of the month."),
+        flag("no-last-day", "edit: no longer include the last day of the month."),
+        flag("all", "journal-delete: delete every journal."),
+        valued("enable", "email set: notifications on (1) or off (0).", "0|1"),
+        valued("recipients", "email set: recipient addresses.", "text"),
+        valued("smtp-server", "email set: SMTP server host.", "host"),
+        valued("smtp-port", "email set: SMTP server port.", "port"),
+        valued("encryption", "email set: connection security kind (a number).", "n"),
+        valued("auth", "email set: log in to the server (1) or not (0).", "0|1"),
+        valued("user", "email set: SMTP login name.", "name"),
+        valued("password", "email set: SMTP password.", "text"),
+        valued("sender", "email set: sender address.", "address"),
+        valued("subject", "email set: subject line.", "text"),
+        valued("on-success", "email set: mail when an operation succeeds (1) or not (0).", "0|1"),
+        valued("on-failure", "email set: mail when an operation fails (1) or not (0).", "0|1")};
+}
+
+} // namespace
+
+AgentOptions::AgentOptions()
+{
+    m_parser.setApplicationDescription(QString::fromLatin1(kDescription));
+    m_parser.addHelpOption();
+    m_parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("The command and its arguments."),
+                                   QStringLiteral("COMMAND [ARGUMENTS]"));
+    const QStringList globals{QStringLiteral("server-name"), QStringLiteral("timeout"), QStringLiteral("json"),
+                              QStringLiteral("config"), QStringLiteral("tcp")};
+    for (const QCommandLineOption& option : optionList()) {
+        m_parser.addOption(option);
+        if (!globals.contains(option.names().first()))
+            m_commandOptions.append(option.names().first());
+    }
+}
+
+QStringList AgentOptions::TriggerOptionNames()
+{
+    return {QStringLiteral("type"),     QStringLiteral("start"),     QStringLiteral("end"),
+            QStringLiteral("no-end"),   QStringLiteral("interval"),  QStringLiteral("duration"),
+            QStringLiteral("week-days"), QStringLiteral("months"),   QStringLiteral("month-days"),
+            QStringLiteral("last-day"), QStringLiteral("no-last-day")};
+}
+
+QStringList AgentOptions::EmailOptionNames()
+{
+    return {QStringLiteral("enable"),   QStringLiteral("recipients"), QStringLiteral("smtp-server"),
+            QStringLiteral("smtp-port"), QStringLiteral("encryption"), QStringLiteral("auth"),
+            QStringLiteral("user"),     QStringLiteral("password"),   QStringLiteral("sender"),
+            QStringLiteral("subject"),  QStringLiteral("on-success"), QStringLiteral("on-failure")};
+}
+
+AgentOptions::Outcome AgentOptions::Parse(const QStringList& arguments)
+{
+    if (!m_parser.parse(arguments)) {
+        m_error = m_parser.errorText();
+        return UsageError;
+    }
+    if (m_parser.isSet(QStringLiteral("help")) || m_parser.isSet(QStringLiteral("help-all")))
+        return Help;
+    const QStringList positional = m_parser.positionalArguments();
+    if (positional.isEmpty()) {
+        m_error = QStringLiteral("no command given");
+        return UsageError;
+    }
+    m_command = positional.first();
+    m_arguments = positional.mid(1);
+    return CheckShape() && CheckTimeout() ? Run : UsageError;
+}
+
+bool AgentOptions::CheckShape()
+{
+    for (const CommandShape& shape : shapes()) {
+        if (shape.name != m_command)
+            continue;
+        const int count = m_arguments.size();
+        if (count < shape.minArguments || (shape.maxArguments >= 0 && count > shape.maxArguments)) {
+            m_error = QStringLiteral("wrong number of arguments for '%1'").arg(m_command);
+            return false;
+        }
+        for (const QString& option : m_commandOptions) {
+            if (m_parser.isSet(option) && !shape.options.contains(option)) {
+                m_error = QStringLiteral("option --%1 does not apply to '%2'").arg(option, m_command);
+                return false;
+            }
+        }
+        return true;
+    }
+    m_error = QStringLiteral("unknown command '%1'").arg(m_command);
+    return false;
+}
+
+bool AgentOptions::CheckTimeout()
+{
+    if (!m_parser.isSet(QStringLiteral("timeout")))
+        return true;
+    bool ok = false;
+    const double seconds = m_parser.value(QStringLiteral("timeout")).toDouble(&ok);
+    if (!ok || !std::isfinite(seconds) || seconds <= 0 || seconds > 86400) {
+        m_error = QStringLiteral("--timeout wants a number of seconds above 0 (at most 86400)");
+        return false;
+    }
+    m_timeoutMs = qMax(1, static_cast<int>(std::lround(seconds * 1000)));
+    return true;
+}
+
+QString AgentOptions::HelpText() const
+{
+    return m_parser.helpText();
+}
+
+bool AgentOptions::IsSet(const QString& name) const
+{
+    return m_parser.isSet(name);
+}
+
+QString AgentOptions::Value(const QString& name) const
+{
+    return m_parser.value(name);
+}
+
+bool AgentOptions::Json() const
+{
+    return m_parser.isSet(QStringLiteral("json"));
+}
+
+bool AgentOptions::Tcp() const
+{
+    return m_parser.isSet(QStringLiteral("tcp"));
+}
+
+QString AgentOptions::ConfigFile() const
+{
+    if (m_parser.isSet(QStringLiteral("config")))
+        return QFileInfo(m_parser.value(QStringLiteral("config"))).absoluteFilePath();
+    // The scheduler reads <its data directory>/scheduler.ini by default; so does the agent,
+    // so that both agree on the server name and port without options.
+    const QString dataRoot = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+    return QDir(dataRoot).filePath(QStringLiteral("backupframe/backupframe-scheduler/scheduler.ini"));
+}

@@ -1,0 +1,48 @@
+#ifndef BACKUPFRAME_AGENT_AGENTOPTIONS_H
+#define BACKUPFRAME_AGENT_AGENTOPTIONS_H
+
+#include <QCommandLineParser>
+#include <QString>
+#include <QStringList>
+
+// The agent's command line: global options, a subcommand, its positional arguments
+// and the options that belong to it. Checks the shape of the line (which command,
+// how many arguments, which options where); the subcommands check the values.
+class AgentOptions
+{
+public:
+    enum Outcome { Run, Help, UsageError };
+
+    AgentOptions();
+
+    Outcome Parse(const QStringList& arguments);
+    QString Error() const { return m_error; }
+    QString HelpText() const;
+
+    QString Command() const { return m_command; }
+    QStringList Arguments() const { return m_arguments; }
+    bool IsSet(const QString& name) const;
+    QString Value(const QString& name) const;
+
+    bool Json() const;
+    bool Tcp() const;
+    int TimeoutMs() const { return m_timeoutMs; }
+    // The configuration file given with --config, else the scheduler's own default one.
+    QString ConfigFile() const;
+
+    static QStringList TriggerOptionNames();
+    static QStringList EmailOptionNames();
+
+private:
+    bool CheckShape();
+    bool CheckTimeout();
+
+    QCommandLineParser m_parser;
+    QStringList m_commandOptions;   // every option that belongs to some subcommand
+    QString m_command;
+    QStringList m_arguments;
+    QString m_error;
+    int m_timeoutMs = 5000;
+};
+
+#endif

@@ -1,0 +1,180 @@
+#include "agentsession.h"
+
+#include "protocol.h"
+
+#include <QEventLoop>
+#include <QMetaObject>
+#include <QTimer>
+
+namespace {
+
+using CommandPtr = std::unique_ptr<CommCommand, void (*)(CommCommand*)>;
+
+QString seconds(int ms)
+{
+    return QStringLiteral("%1 s").arg(ms / 1000.0);
+}
+
+} // namespace
+
+AgentSession::AgentSession(const CommunAttribute& endpoint, int timeoutMs, QObject* parent)
+    : QObject(parent)
+    , m_endpoint(endpoint)
+    , m_timeoutMs(timeoutMs)
+    , m_clientUuid(CommonTools::CreateUuid())
+{
+    m_workerThread.setObjectName(QStringLiteral("agent-connection"));
+}
+
+AgentSession::~AgentSession()
+{
+    Close();
+}
+
+QString AgentSession::EndpointText() const
+{
+    if (m_endpoint.getProtocolType() == CommunAttribute::TcpProtocol)
+        return QStringLiteral("%1:%2").arg(m_endpoint.getDestSvrNameIp()).arg(m_endpoint.getDestPort());
+    return m_endpoint.getDestSvrNameIp();
+}
+
+bool AgentSession::Open()
+{
+    m_dispatch.Init();
+    m_dispatch.Start();
+    m_dispatchStarted = true;
+    m_manager.AttachDispatch(&m_dispatch);
+    if (!StartWorker()) {
+        m_error = QStringLiteral("the connection worker did not start");
+        return false;
+    }
+    m_link = Link::Pending;
+    m_manager.ClientConnectServer(m_endpoint);
+    if (!WaitUntil([this] { return m_link != Link::Pending; })) {
+        m_error = QStringLiteral("no connection within %1").arg(seconds(m_timeoutMs));
+        return false;
+    }
+    if (m_link != Link::Up) {
+        m_error = QStringLiteral("nothing serves it; is the scheduler running?");
+        return false;
+    }
+    return true;
+}
+
+bool AgentSession::StartWorker()
+{
+    m_worker = new CommunClientWork;
+    m_worker->moveToThread(&m_workerThread);
+    CommunClientWork* worker = m_worker;
+    // Runs on the worker's thread once its event loop has ended, then the worker goes.
+    connect(&m_workerThread, &QThread::finished, worker, [worker] { worker->UnInit(); }, Qt::DirectConnection);
+    connect(&m_workerThread, &QThread::finished, worker, &QObject::deleteLater);
+    connect(&m_manager, &ClientCommunManager::toConnectServer, worker, &CommunClientWork::onreconnectServer,
+            Qt::QueuedConnection);
+    connect(&m_manager, SIGNAL(requestBytes(QByteArray)), worker, SLOT(onRequestData(QByteArray)),
+            Qt::QueuedConnection);
+    connect(worker, &CommunClientWork::firstConnected, this, &AgentSession::onFirstConnected, Qt::QueuedConnection);
+    connect(worker, &CommunClientWork::hostConnected, this, &AgentSession::onHostConnected, Qt::QueuedConnection);
+    connect(worker, &CommunClientWork::returnResult, this, &AgentSession::onReturnResult, Qt::QueuedConnection);
+    m_workerThread.start();
+
+    bool started = false;
+    const CommunAttribute endpoint = m_endpoint;
+    QMetaObject::invokeMethod(worker, [worker, endpoint, &started] {
+        worker->SetCommunAttribute(endpoint);
+        started = worker->Init();
+    }, Qt::BlockingQueuedConnection);
+    return started;
+}
+
+bool AgentSession::Call(quint64 type, const QString& planUuid, const QString& planName, const QByteArray& payload,
+                        ResultCommand& answer)
+{
+    CommandPtr command(CommandBuilder::BuilderCommand(type), &CommandBuilder::DestroyCommand);
+    auto* request = dynamic_cast<RequestCommand*>(command.get());
+    if (!request) {
+        m_error = QStringLiteral("cannot build a request of type %1").arg(type);
+        return false;
+    }
+    request->setCommunAttribute(m_endpoint);
+    request->setPlanUuid(planUuid);
+    request->setPlanName(planName);
+    request->setClientUuid(m_clientUuid);
+    request->setRequestData(payload);
+
+    m_answer.reset();
+    m_awaitedType = type;
+    if (m_link == Link::Lost)
+        m_link = Link::Up;  // the worker reconnects by itself on the next request
+    if (!ClientCommunManager::RequestCommunCommand(request)) {
+        m_error = QStringLiteral("the request could not be queued");
+        return false;
+    }
+    command.release();  // the dispatch queue owns it now
+
+    WaitUntil([this] { return m_answer || m_link == Link::Lost; });
+    if (!m_answer) {
+        m_error = m_link == Link::Lost ? QStringLiteral("the connection was lost")
+                                       : QStringLiteral("no answer within %1").arg(seconds(m_timeoutMs));
+        return false;
+    }
+    answer = *m_answer;
+    m_answer.reset();
+    return true;
+}
+
+void AgentSession::Close()
+{
+    if (m_dispatchStarted) {
+        m_dispatch.Stop();
+        m_dispatch.UnInit();
+        m_dispatchStarted = false;
+    }
+    if (m_workerThread.isRunning()) {
+        m_workerThread.quit();
+        m_workerThread.wait();
+    }
+    m_worker = nullptr;
+}
+
+bool AgentSession::WaitUntil(const std::function<bool()>& done)
+{
+    QEventLoop loop;
+    QTimer timer;
+    timer.setSingleShot(true);
+    timer.setTimerType(Qt::PreciseTimer);
+    connect(&timer, &QTimer::timeout, &loop, &QEventLoop::quit);
+    connect(this, &AgentSession::progressed, &loop, &QEventLoop::quit);
+    timer.start(m_timeoutMs);
+    // progressed is only emitted from queued slots, i.e. inside exec: no wake-up is missed.
+    while (!done() && timer.isActive())
+        loop.exec();
+    return done();
+}
+
+void AgentSession::onFirstConnected(quint64, QString, quint16, bool bflag)
+{
+    if (m_link == Link::Pending)
+        m_link = bflag ? Link::Up : Link::Refused;
+    emit progressed();
+}
+
+void AgentSession::onHostConnected(quint64, QString, quint16, bool bflag)
+{
+    if (m_link == Link::Pending)
+        return;  // the first outcome arrives through firstConnected
+    m_link = bflag ? Link::Up : Link::Lost;
+    emit progressed();
+}
+
+void AgentSession::onReturnResult(QByteArray blocks)
+{
+    CommandPtr command(CommandBuilder::BytearrayToCommand(blocks), &CommandBuilder::DestroyCommand);
+    auto* result = dynamic_cast<ResultCommand*>(command.get());
+    // Only the answer to the request in flight counts; anything else is dropped.
+    if (!result || m_answer || result->getCommandType() != SchedulerProtocol::ResultType
+        || result->getSendCommandType() != m_awaitedType)
+        return;
+    m_answer.reset(new ResultCommand(*result));
+    emit progressed();
+}

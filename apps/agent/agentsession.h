@@ -1,0 +1,67 @@
+#ifndef BACKUPFRAME_AGENT_AGENTSESSION_H
+#define BACKUPFRAME_AGENT_AGENTSESSION_H
+
+#include "agentclientmanager.h"
+
+#include <backupframe.h>
+
+#include <QByteArray>
+#include <QObject>
+#include <QString>
+#include <QThread>
+
+#include <functional>
+#include <memory>
+
+// One conversation with the scheduler along the library's road: the dispatch queue,
+// the agent's client manager and a CommunClientWork on a thread of its own. Owns all
+// three; used from the main thread, one request at a time, every wait bounded.
+class AgentSession : public QObject
+{
+    Q_OBJECT
+
+public:
+    AgentSession(const CommunAttribute& endpoint, int timeoutMs, QObject* parent = nullptr);
+    ~AgentSession() override;
+
+    // Starts the dispatch and the worker and connects; false when nobody serves the endpoint.
+    bool Open();
+    // Sends one request and waits for its answer; false (see Error) when none came in time.
+    bool Call(quint64 type, const QString& planUuid, const QString& planName, const QByteArray& payload,
+              ResultCommand& answer);
+    // Stops the worker thread and the dispatch; called by the destructor too.
+    void Close();
+
+    // Why Open or Call failed, e.g. "no answer within 5 s".
+    QString Error() const { return m_error; }
+    QString EndpointText() const;
+
+signals:
+    void progressed();
+
+private slots:
+    void onFirstConnected(quint64 commtype, QString nameorip, quint16 port, bool bflag);
+    void onHostConnected(quint64 commtype, QString nameorip, quint16 port, bool bflag);
+    void onReturnResult(QByteArray blocks);
+
+private:
+    enum class Link { Pending, Up, Refused, Lost };
+
+    bool StartWorker();
+    bool WaitUntil(const std::function<bool()>& done);
+
+    CommunAttribute m_endpoint;
+    int m_timeoutMs;
+    QString m_clientUuid;
+    QString m_error;
+    CommunProducerConsumerManager m_dispatch;
+    AgentClientManager m_manager;
+    QThread m_workerThread;
+    CommunClientWork* m_worker = nullptr;   // lives on m_workerThread, deleted when it finishes
+    bool m_dispatchStarted = false;
+    Link m_link = Link::Pending;
+    quint64 m_awaitedType = 0;              // the request type whose answer Call waits for
+    std::unique_ptr<ResultCommand> m_answer;
+};
+
+#endif

@@ -1,0 +1,122 @@
+// backupframe-agent: the command-line front end of the reference scheduler service.
+//
+//   backupframe-agent [--server-name NAME] [--tcp] [--config FILE] [--timeout SECONDS] [--json]
+//                     COMMAND [ARGUMENTS] [OPTIONS]
+//
+// Commands: status, plans, new, edit, delete, run, cancel, journals, journal-delete,
+// email show|set (--help lists their arguments and options). Each run opens one
+// connection, sends its requests one at a time and waits at most --timeout seconds
+// (default 5) for the connection and for each answer.
+//
+// Exit codes:
+//   0  done
+//   1  usage error: unknown command or option, wrong arguments or values, an ambiguous
+//      PLAN or JOURNAL prefix, --tcp without tcp_server_code=88 in the configuration
+//   2  the scheduler answered with an error (one line with its reason on stderr), or
+//      no plan or journal matches the PLAN or JOURNAL given
+//   3  no scheduler answers: nothing serves the endpoint, no answer within the timeout,
+//      the connection was lost or the answer could not be read
+//
+// Output: tables or JSON (--json) on stdout; failures as one line on stderr. The
+// library's log goes to <per-user data directory>/log/agent.log only (see startLogging).
+
+#include "agentcommands.h"
+#include "agentoptions.h"
+
+#include <backupframe.h>
+
+#include <log4cpp/Appender.hh>
+#include <log4cpp/Category.hh>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QStandardPaths>
+#include <QTextStream>
+
+namespace {
+
+// The library's log lines are useful after the fact but must not mix with the agent's
+// own output: the file log goes under the per-user data directory
+// (e.g. ~/.local/share/backupframe/backupframe-agent/log/agent.log) and the console
+// appender that Logger puts on the root category is removed again, since the file
+// category echoes every line to it. The rolling file is renamed relative to the working
+// directory, so the agent stays in that directory (every path argument is already
+// absolute by then). Without a usable directory the agent runs without a log.
+bool startLogging()
+{
+    const QString base = QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation);
+    if (base.isEmpty() || !QDir().mkpath(base))
+        return false;
+    if (!Logger::Initialize(base, QStringLiteral("log"), QStringLiteral("agent.log")))
+        return false;
+    log4cpp::Category& root = Logger::GetConsoleHandle();
+    if (log4cpp::Appender* console = root.getAppender("console"))
+        root.removeAppender(console);
+    QDir::setCurrent(base);
+    return true;
+}
+
+// The scheduler's endpoint: its local server name, or 127.0.0.1 and the configured port.
+bool makeEndpoint(const AgentOptions& options, const QString& configFile, CommunAttribute& endpoint,
+                  QString& error)
+{
+    if (options.Tcp()) {
+        // The connection worker only creates its TCP socket under this switch value.
+        if (ConfigReader::getTcpServerCode() != 88) {
+            error = QStringLiteral("--tcp needs tcp_server_code=88 in the [Network] section of %1").arg(configFile);
+            return false;
+        }
+        endpoint.setProtocolType(CommunAttribute::TcpProtocol);
+        endpoint.setDestSvrNameIp(QStringLiteral("127.0.0.1"));
+        endpoint.setDestPort(ConfigReader::getTcpServerPort());
+        return true;
+    }
+    const QString name = options.IsSet(QStringLiteral("server-name")) ? options.Value(QStringLiteral("server-name"))
+                                                                      : ConfigReader::getSchedulerLocalServerName();
+    if (name.isEmpty()) {
+        error = QStringLiteral("no server name: give --server-name or set it in %1").arg(configFile);
+        return false;
+    }
+    endpoint.setProtocolType(CommunAttribute::LocalProtocol);
+    endpoint.setDestSvrNameIp(name);
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("backupframe-agent"));
+    QCoreApplication::setOrganizationName(QStringLiteral("backupframe"));
+    QTextStream out(stdout);
+    QTextStream err(stderr);
+
+    AgentOptions options;
+    switch (options.Parse(QCoreApplication::arguments())) {
+    case AgentOptions::Help:
+        out << options.HelpText();
+        return ExitOk;
+    case AgentOptions::UsageError:
+        return PrintUsageError(err, options.Error());
+    case AgentOptions::Run:
+        break;
+    }
+
+    const QString configFile = options.ConfigFile();   // absolute: resolved before the directory changes
+    const bool logging = startLogging();
+    ConfigReader::IniReader(configFile);
+    CommunAttribute endpoint;
+    QString error;
+    int code = ExitUsage;
+    if (!makeEndpoint(options, configFile, endpoint, error)) {
+        PrintUsageError(err, error);
+    } else {
+        AgentCommands commands(options, endpoint, out, err);
+        code = commands.Execute();
+    }
+    out.flush();
+    if (logging)
+        Logger::UnInitialize();
+    return code;
+}

@@ -1,0 +1,34 @@
+#include "protocol.h"
+
+namespace SchedulerProtocol {
+
+quint64 ResultCode(ErrorNumber number)
+{
+    if (number == NoError)
+        return 0;
+    return FrameErrorCode::MakeShortCode(5, number, 0, 0, 0);
+}
+
+quint32 ErrorNumberOf(quint64 resultCode)
+{
+    return static_cast<quint32>((resultCode >> 8) & 0xFFFF);
+}
+
+QString ErrorText(quint64 resultCode)
+{
+    if (resultCode == 0)
+        return QStringLiteral("ok");
+    switch (ErrorNumberOf(resultCode)) {
+    case UnknownCommand: return QStringLiteral("unknown command");
+    case BadPayload: return QStringLiteral("bad payload");
+    case PlanNotFound: return QStringLiteral("plan not found");
+    case StorageFailed: return QStringLiteral("storage failed");
+    case PlanBusy: return QStringLiteral("plan is already running");
+    case PlanNotRunning: return QStringLiteral("plan is not running");
+    case UnknownOperation: return QStringLiteral("unknown operation");
+    case SettingsFailed: return QStringLiteral("settings could not be saved");
+    default: return QStringLiteral("error 0x%1").arg(resultCode, 0, 16);
+    }
+}
+
+} // namespace SchedulerProtocol

@@ -1,0 +1,163 @@
+// backupframe-scheduler: the reference scheduler service.
+//
+// Start-up: logger (<data-dir>/log/scheduler.log), configuration, database
+// (<data-dir>/plans.db), server on the scheduler's local server name (and TCP with --tcp),
+// dispatch. Shut-down on SIGINT/SIGTERM in the reverse order, the logger last.
+// Exit codes: 0 stopped cleanly, 1 bad options or unusable data directory,
+// 2 another instance already serves the name, 3 the database or a server failed to start.
+
+#include "protocol.h"
+#include "schedulerdatabase.h"
+#include "schedulerservice.h"
+
+#include <backupframe.h>
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QSocketNotifier>
+#include <QStandardPaths>
+#include <QTextStream>
+
+#include <csignal>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+int g_signalPipe[2] = {-1, -1};
+
+void onSignal(int)
+{
+    const char byte = 1;
+    [[maybe_unused]] ssize_t n = ::write(g_signalPipe[1], &byte, 1);
+}
+
+// Turns SIGINT/SIGTERM into a quit of the event loop (self-pipe: nothing else is safe in a handler).
+void quitOnSignals(QCoreApplication& app)
+{
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, g_signalPipe) != 0)
+        return;
+    auto* notifier = new QSocketNotifier(g_signalPipe[0], QSocketNotifier::Read, &app);
+    QObject::connect(notifier, &QSocketNotifier::activated, &app, [notifier] {
+        notifier->setEnabled(false);
+        char byte = 0;
+        [[maybe_unused]] ssize_t n = ::read(g_signalPipe[0], &byte, 1);
+        QCoreApplication::quit();
+    });
+    struct sigaction action = {};
+    action.sa_handler = onSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+QTextStream& out()
+{
+    static QTextStream stream(stdout);
+    return stream;
+}
+
+QTextStream& err()
+{
+    static QTextStream stream(stderr);
+    return stream;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("backupframe-scheduler"));
+    QCoreApplication::setOrganizationName(QStringLiteral("backupframe"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("The backupframe scheduler service."));
+    parser.addHelpOption();
+    const QCommandLineOption dataDirOption(QStringLiteral("data-dir"),
+        QStringLiteral("Directory of the database, the e-mail settings and the logs."), QStringLiteral("dir"),
+        QStandardPaths::writableLocation(QStandardPaths::AppDataLocation));
+    const QCommandLineOption configOption(QStringLiteral("config"),
+        QStringLiteral("Service configuration INI file (default <data-dir>/scheduler.ini; missing means defaults)."),
+        QStringLiteral("file"));
+    const QCommandLineOption serverNameOption(QStringLiteral("server-name"),
+        QStringLiteral("Local server name to serve (default from the configuration)."), QStringLiteral("name"));
+    const QCommandLineOption tcpOption(QStringLiteral("tcp"),
+        QStringLiteral("Also listen on the configured TCP port, on every address."));
+    parser.addOptions({dataDirOption, configOption, serverNameOption, tcpOption});
+    parser.process(app);
+
+    const QString dataDir = QDir(parser.value(dataDirOption)).absolutePath();
+    if (!QDir().mkpath(dataDir) || !QDir::setCurrent(dataDir)) {
+        err() << "backupframe-scheduler: cannot use the data directory " << dataDir << "\n";
+        return 1;
+    }
+    // The rolling log file is renamed relative to the working directory: it stays the data directory.
+    if (!Logger::Initialize(dataDir, QStringLiteral("log"), QStringLiteral("scheduler.log"))) {
+        err() << "backupframe-scheduler: cannot create the log directory under " << dataDir << "\n";
+        return 1;
+    }
+    const QString configFile = parser.isSet(configOption)
+        ? QFileInfo(parser.value(configOption)).absoluteFilePath()
+        : QDir(dataDir).filePath(QStringLiteral("scheduler.ini"));
+    ConfigReader::IniReader(configFile);
+    const QString serverName = parser.isSet(serverNameOption) ? parser.value(serverNameOption)
+                                                              : ConfigReader::getSchedulerLocalServerName();
+
+    int exitCode = 0;
+    SchedulerDatabase database;
+    CommunServer localServer;
+    CommunServer tcpServer;
+    CommunProducerConsumerManager dispatch;
+    {
+        localServer.Init(CommunAttribute::LocalProtocol);
+        if (localServer.IsLocalServerRun(serverName)) {
+            err() << "backupframe-scheduler: another scheduler already serves '" << serverName << "'\n";
+            Logger::UnInitialize();
+            return 2;
+        }
+        const QString dbFile = QDir(dataDir).filePath(QStringLiteral("plans.db"));
+        SchedulerService service(database, QDir(dataDir).filePath(QStringLiteral("email.ini")));
+        if (!database.Init(dbFile) || !service.LoadPlans()) {
+            err() << "backupframe-scheduler: cannot open the database " << dbFile << "\n";
+            exitCode = 3;
+        } else if (!localServer.Start(serverName, 0)) {
+            err() << "backupframe-scheduler: cannot serve '" << serverName << "'\n";
+            exitCode = 3;
+        } else if (parser.isSet(tcpOption)
+                   && (!tcpServer.Init(CommunAttribute::TcpProtocol)
+                       || !tcpServer.Start(QString(), ConfigReader::getTcpServerPort()))) {
+            err() << "backupframe-scheduler: cannot listen on TCP port " << ConfigReader::getTcpServerPort() << "\n";
+            exitCode = 3;
+        }
+        if (exitCode == 0) {
+            service.Serve(&localServer);
+            if (parser.isSet(tcpOption))
+                service.Serve(&tcpServer);
+            dispatch.Init();
+            dispatch.Start();
+            QObject::connect(&dispatch, SIGNAL(dealQueuePackageCommand(SocketCommandPackage*)),
+                             &service.Runner(), SLOT(onDealQueuePackageCommand(SocketCommandPackage*)),
+                             Qt::QueuedConnection);
+            quitOnSignals(app);
+            out() << "backupframe-scheduler: serving '" << serverName << "'";
+            if (parser.isSet(tcpOption))
+                out() << " and TCP port " << ConfigReader::getTcpServerPort();
+            out() << ", data in " << dataDir << Qt::endl;
+            app.exec();
+            out() << "backupframe-scheduler: stopping" << Qt::endl;
+            dispatch.Stop();
+            dispatch.UnInit();
+        }
+        localServer.Stop();
+        localServer.UnInit();
+        tcpServer.Stop();
+        tcpServer.UnInit();
+        database.UnInit();
+    }
+    Logger::UnInitialize();
+    return exitCode;
+}

@@ -1,0 +1,254 @@
+#include "schedulerdatabase.h"
+
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QVariant>
+
+#include <log4cpp/Category.hh>
+
+#include <functional>
+
+namespace {
+
+void logFailure(const QSqlQuery& query, const char* where)
+{
+    Logger::GetFileLogHandle().error(
+        QStringLiteral("Statement failed (%1) in the %2.")
+            .arg(query.lastError().text(), QLatin1String(where))
+            .toStdString());
+}
+
+bool exec(QSqlQuery& query, const char* where)
+{
+    if (query.exec())
+        return true;
+    logFailure(query, where);
+    return false;
+}
+
+QVariant number(quint64 value)
+{
+    // SQLite integers are signed 64-bit: the bits travel unchanged.
+    return QVariant(static_cast<qlonglong>(value));
+}
+
+quint64 unsignedOf(const QVariant& value)
+{
+    return static_cast<quint64>(value.toLongLong());
+}
+
+} // namespace
+
+bool SchedulerDatabase::Transaction(const std::function<bool()>& work)
+{
+    if (!m_pdb || !m_pdb->isOpen())
+        return false;
+    if (!m_pdb->transaction())
+        return false;
+    if (work() && m_pdb->commit())
+        return true;
+    m_pdb->rollback();
+    return false;
+}
+
+bool SchedulerDatabase::WritePlanRows(const SchedulerPlan& plan, bool insert)
+{
+    const SchemeAttribute scheme = plan.getSchemeAttribute();
+    const TaskAttribute task = plan.getTaskAttribute();
+    const TriggerAttribute trigger = plan.getTriggerAttribute();
+    QSqlQuery query(*m_pdb);
+
+    query.prepare(insert
+        ? QStringLiteral("INSERT INTO tb_schemes(plan_name,execution_state,status,latest_finish_time,"
+                         "create_time,trigger_name,task_name,plan_uuid) VALUES(?,?,?,?,?,?,?,?)")
+        : QStringLiteral("UPDATE tb_schemes SET plan_name=?,execution_state=?,status=?,latest_finish_time=?,"
+                         "create_time=?,trigger_name=?,task_name=? WHERE plan_uuid=?"));
+    for (const QVariant& v : {QVariant(plan.getPlanName()), QVariant(scheme.getExecutState()),
+                              QVariant(scheme.getStatus()), QVariant(scheme.getLatestFinishTime()),
+                              QVariant(scheme.getCreateTime()), QVariant(trigger.getTriggerName()),
+                              QVariant(task.getTaskName()), QVariant(plan.getPlanUuid())})
+        query.addBindValue(v);
+    if (!exec(query, "WritePlanRows") || (!insert && query.numRowsAffected() != 1))
+        return false;
+
+    query.prepare(QStringLiteral("INSERT OR REPLACE INTO tb_tasks(task_name,operation_register_name,"
+                                 "operation_parameter) VALUES(?,?,?)"));
+    query.addBindValue(task.getTaskName());
+    query.addBindValue(task.getOperationRegisterName());
+    query.addBindValue(task.getOperationParameter());
+    if (!exec(query, "WritePlanRows"))
+        return false;
+
+    query.prepare(QStringLiteral("INSERT OR REPLACE INTO tb_triggers(trigger_name,trigger_type,start_time,"
+                                 "end_time,interval,duration,week_days,which_months,month_days,"
+                                 "day_last_flag,trigger_end_flag) VALUES(?,?,?,?,?,?,?,?,?,?,?)"));
+    query.addBindValue(trigger.getTriggerName());
+    query.addBindValue(number(trigger.getTriggerType()));
+    query.addBindValue(trigger.getStartTime());
+    query.addBindValue(trigger.getEndTime());
+    query.addBindValue(number(trigger.getInterval()));
+    query.addBindValue(number(trigger.getDuration()));
+    query.addBindValue(trigger.getWeekDays());
+    query.addBindValue(trigger.getWhichMoths());
+    query.addBindValue(trigger.getMonthDays());
+    query.addBindValue(number(trigger.getDayLastFlag()));
+    query.addBindValue(number(trigger.getTriggerEndFlag()));
+    return exec(query, "WritePlanRows");
+}
+
+bool SchedulerDatabase::InsertPlan(const SchedulerPlan& plan)
+{
+    return Transaction([&] { return WritePlanRows(plan, true); });
+}
+
+bool SchedulerDatabase::UpdatePlan(const SchedulerPlan& plan)
+{
+    return Transaction([&] { return WritePlanRows(plan, false); });
+}
+
+bool SchedulerDatabase::DeletePlan(const SchedulerPlan& plan)
+{
+    return Transaction([&] {
+        QSqlQuery query(*m_pdb);
+        const QList<QPair<QString, QString>> rows{
+            {QStringLiteral("DELETE FROM tb_schemes WHERE plan_uuid=?"), plan.getPlanUuid()},
+            {QStringLiteral("DELETE FROM tb_tasks WHERE task_name=?"), plan.getTaskAttribute().getTaskName()},
+            {QStringLiteral("DELETE FROM tb_triggers WHERE trigger_name=?"),
+             plan.getTriggerAttribute().getTriggerName()}};
+        for (const auto& row : rows) {
+            query.prepare(row.first);
+            query.addBindValue(row.second);
+            if (!exec(query, "DeletePlan"))
+                return false;
+        }
+        return true;
+    });
+}
+
+bool SchedulerDatabase::LoadPlans(QList<SchedulerPlan>& plans)
+{
+    if (!m_pdb || !m_pdb->isOpen())
+        return false;
+    QSqlQuery query(*m_pdb);
+    query.setForwardOnly(true);
+    query.prepare(QStringLiteral(
+        "SELECT s.plan_uuid,s.plan_name,s.execution_state,s.status,s.latest_finish_time,s.create_time,"
+        "t.task_name,t.operation_register_name,t.operation_parameter,"
+        "g.trigger_name,g.trigger_type,g.start_time,g.end_time,g.interval,g.duration,g.week_days,"
+        "g.which_months,g.month_days,g.day_last_flag,g.trigger_end_flag "
+        "FROM tb_schemes s JOIN tb_tasks t ON s.task_name=t.task_name "
+        "JOIN tb_triggers g ON s.trigger_name=g.trigger_name ORDER BY s.create_time,s.rowid"));
+    if (!exec(query, "LoadPlans"))
+        return false;
+    while (query.next()) {
+        SchedulerPlan plan;
+        plan.setPlanUuid(query.value(0).toString());
+        plan.setPlanName(query.value(1).toString());
+        SchemeAttribute& scheme = plan.getObjectSchemeAttribute();
+        scheme.setExecutState(query.value(2).toString());
+        scheme.setStatus(query.value(3).toString());
+        scheme.setLatestFinishTime(query.value(4).toString());
+        scheme.setCreateTime(query.value(5).toString());
+        TaskAttribute& task = plan.getObjectTaskAttribute();
+        task.setTaskName(query.value(6).toString());
+        task.setOperationRegisterName(query.value(7).toString());
+        task.setOperationParameter(query.value(8).toByteArray());
+        TriggerAttribute& trigger = plan.getObjectTriggerAttribute();
+        trigger.setTriggerName(query.value(9).toString());
+        trigger.setTriggerType(unsignedOf(query.value(10)));
+        trigger.setStartTime(query.value(11).toString());
+        trigger.setEndTime(query.value(12).toString());
+        trigger.setInterval(unsignedOf(query.value(13)));
+        trigger.setDuration(unsignedOf(query.value(14)));
+        trigger.setWeekDays(query.value(15).toString());
+        trigger.setWhichMoths(query.value(16).toString());
+        trigger.setMonthDays(query.value(17).toString());
+        trigger.setDayLastFlag(unsignedOf(query.value(18)));
+        trigger.setTriggerEndFlag(unsignedOf(query.value(19)));
+        plans.append(plan);
+    }
+    return true;
+}
+
+bool SchedulerDatabase::InsertJournal(const JournalAttribute& journal)
+{
+    return Transaction([&] {
+        QSqlQuery query(*m_pdb);
+        query.prepare(QStringLiteral(
+            "INSERT INTO tb_Journals(journal_uuid,plan_uuid,plan_name,task_name,start_time,end_time,"
+            "record_time,time_consuming,result,error_reason,solution) VALUES(?,?,?,?,?,?,?,?,?,?,?)"));
+        for (const QVariant& v : {QVariant(journal.getJournalUuid()), QVariant(journal.getPlanUuid()),
+                                  QVariant(journal.getPlanName()), QVariant(journal.getTaskName()),
+                                  QVariant(journal.getStartTime()), QVariant(journal.getEndTime()),
+                                  QVariant(journal.getCreateTime()), number(journal.getTimeConsuming()),
+                                  QVariant(journal.getResult()), QVariant(journal.getErrorReason()),
+                                  QVariant(journal.getSolution())})
+            query.addBindValue(v);
+        return exec(query, "InsertJournal");
+    });
+}
+
+bool SchedulerDatabase::LoadJournals(const QString& planUuid, QList<JournalAttribute>& journals)
+{
+    if (!m_pdb || !m_pdb->isOpen())
+        return false;
+    QSqlQuery query(*m_pdb);
+    query.setForwardOnly(true);
+    QString statement = QStringLiteral(
+        "SELECT journal_uuid,plan_uuid,plan_name,task_name,start_time,end_time,record_time,"
+        "time_consuming,result,error_reason,solution FROM tb_Journals");
+    if (!planUuid.isEmpty())
+        statement += QStringLiteral(" WHERE plan_uuid=?");
+    query.prepare(statement + QStringLiteral(" ORDER BY record_time,rowid"));
+    if (!planUuid.isEmpty())
+        query.addBindValue(planUuid);
+    if (!exec(query, "LoadJournals"))
+        return false;
+    while (query.next()) {
+        JournalAttribute journal;
+        journal.setJournalUuid(query.value(0).toString());
+        journal.setPlanUuid(query.value(1).toString());
+        journal.setPlanName(query.value(2).toString());
+        journal.setTaskName(query.value(3).toString());
+        journal.setStartTime(query.value(4).toString());
+        journal.setEndTime(query.value(5).toString());
+        journal.setCreateTime(query.value(6).toString());
+        journal.setTimeConsuming(unsignedOf(query.value(7)));
+        journal.setResult(query.value(8).toString());
+        journal.setErrorReason(query.value(9).toString());
+        journal.setSolution(query.value(10).toString());
+        journals.append(journal);
+    }
+    return true;
+}
+
+bool SchedulerDatabase::DeleteJournals(const QStringList& journalUuids, int& deleted)
+{
+    deleted = 0;
+    return Transaction([&] {
+        QSqlQuery query(*m_pdb);
+        query.prepare(QStringLiteral("DELETE FROM tb_Journals WHERE journal_uuid=?"));
+        for (const QString& uuid : journalUuids) {
+            query.addBindValue(uuid);
+            if (!exec(query, "DeleteJournals"))
+                return false;
+            deleted += query.numRowsAffected();
+        }
+        return true;
+    });
+}
+
+bool SchedulerDatabase::DeleteAllJournals(int& deleted)
+{
+    deleted = 0;
+    return Transaction([&] {
+        QSqlQuery query(*m_pdb);
+        if (!query.exec(QStringLiteral("DELETE FROM tb_Journals"))) {
+            logFailure(query, "DeleteAllJournals");
+            return false;
+        }
+        deleted = query.numRowsAffected();
+        return true;
+    });
+}

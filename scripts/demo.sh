@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# The main job: starts the reference scheduler on a temporary data directory under a
+# unique server name, drives a short agent session against it, and stops it again.
+set -euo pipefail
+
+build_dir=${1:-build}
+scheduler="$build_dir/apps/scheduler/backupframe-scheduler"
+agent_bin="$build_dir/apps/agent/backupframe-agent"
+data_dir=$(mktemp -d "${TMPDIR:-/tmp}/backupframe-demo.XXXXXX")
+server="backupframe-demo-$$-$RANDOM"
+scheduler_pid=
+
+cleanup() {
+    if [ -n "$scheduler_pid" ] && kill -0 "$scheduler_pid" 2>/dev/null; then
+        kill -TERM "$scheduler_pid" 2>/dev/null || true
+        wait "$scheduler_pid" 2>/dev/null || true
+    fi
+    rm -rf "$data_dir"
+}
+trap cleanup EXIT
+
+agent() { "$agent_bin" --server-name "$server" --timeout 10 "$@"; }
+if [ -t 1 ]; then bold=$'\033[1m'; plain=$'\033[0m'; else bold=; plain=; fi
+say() { printf '\n%s== %s%s\n' "$bold" "$*" "$plain"; }
+
+say "starting the scheduler (data in $data_dir)"
+"$scheduler" --data-dir "$data_dir" --server-name "$server" > "$data_dir/scheduler.out" 2>&1 &
+scheduler_pid=$!
+for _ in $(seq 1 100); do
+    agent status > /dev/null 2>&1 && break
+    kill -0 "$scheduler_pid" 2>/dev/null || { cat "$data_dir/scheduler.out"; exit 1; }
+    sleep 0.1
+done
+agent status
+
+say "creating two plans"
+agent new "Documents nightly" noop --type 1 --start "2030-01-01 02:00:00" --interval 24
+agent new "Photos weekly" fail "The photo disk is not mounted." --type 2 \
+    --start "2030-01-05 03:30:00" --week-days 6,7
+
+say "the plans"
+agent plans
+
+say "running 'Documents nightly' now"
+agent run "Documents nightly"
+
+say "its journal"
+agent journals "Documents nightly"
+
+say "deleting 'Photos weekly'"
+agent delete "Photos weekly"
+
+say "the plans again"
+agent plans
+
+say "stopping the scheduler"
+kill -TERM "$scheduler_pid"
+wait "$scheduler_pid"
+scheduler_pid=
+cat "$data_dir/scheduler.out" | grep -v '\[WARN\]\|\[ERROR\]' || true
+say "done"

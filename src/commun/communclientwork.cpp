@@ -1,0 +1,309 @@
+#include "commun/communclientwork.h"
+
+#include "common/logger.h"
+#include "commun/socketsinkdata.h"
+#include "config/configreader.h"
+
+#include <QMetaType>
+#include <QMutexLocker>
+#include <QTcpSocket>
+
+#include <log4cpp/Category.hh>
+
+namespace {
+// The configuration value that switches the TCP transport on; fixed on purpose.
+const unsigned short kTcpEnabledCode = 88;
+
+void logError(const QString& message)
+{
+    Logger::GetFileLogHandle().error(message.toStdString());
+}
+
+void logWarn(const QString& message)
+{
+    Logger::GetFileLogHandle().warn(message.toStdString());
+}
+
+// A closed peer counts as a failed connection on TCP only.
+bool isLocalConnectFailure(QLocalSocket::LocalSocketError error)
+{
+    return error == QLocalSocket::ConnectionRefusedError || error == QLocalSocket::ServerNotFoundError
+           || error == QLocalSocket::ConnectionError;
+}
+
+bool isTcpConnectFailure(QAbstractSocket::SocketError error)
+{
+    switch (error) {
+    case QAbstractSocket::ConnectionRefusedError:
+    case QAbstractSocket::RemoteHostClosedError:
+    case QAbstractSocket::HostNotFoundError:
+    case QAbstractSocket::NetworkError:
+    case QAbstractSocket::AddressInUseError:
+    case QAbstractSocket::SocketAddressNotAvailableError:
+        return true;
+    default:
+        return false;
+    }
+}
+} // namespace
+
+CommunClientWork::CommunClientWork(QObject* parent)
+    : CommunObject(parent)
+    , m_currentSocket(nullptr)
+    , m_localSocket(nullptr)
+    , m_tcpSocket(nullptr)
+    , m_firstResult(false)
+    , m_recvSink(nullptr)
+{
+}
+
+CommunClientWork::~CommunClientWork()
+{
+    delete m_localSocket;
+    delete m_tcpSocket;
+    CleanSendList();
+    UnInit();
+}
+
+bool CommunClientWork::Init()
+{
+    {
+        QMutexLocker locker(&m_recvMutex);
+        delete m_recvSink;
+        m_recvSink = new SocketSinkData;
+    }
+    qRegisterMetaType<QLocalSocket::LocalSocketError>("QLocalSocket::LocalSocketError");
+    qRegisterMetaType<QAbstractSocket::SocketError>("QAbstractSocket::SocketError");
+    connect(this, &CommunObject::readyReadBytes, this, &CommunClientWork::onreadyReadBytes,
+            static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
+    return CreateSocket();
+}
+
+void CommunClientWork::UnInit()
+{
+    QMutexLocker locker(&m_recvMutex);
+    delete m_recvSink;
+    m_recvSink = nullptr;
+}
+
+void CommunClientWork::SetCommunAttribute(const CommunAttribute& attribute)
+{
+    {
+        QMutexLocker locker(&m_firstMutex);
+        m_firstResult = true;
+    }
+    QMutexLocker locker(&m_attributeMutex);
+    m_communAttribute = attribute;
+}
+
+bool CommunClientWork::CreateSocket()
+{
+    if (!m_localSocket) {
+        m_localSocket = new QLocalSocket(this);
+        m_localSocket->setReadBufferSize(kSocketReadBufferSize);
+        connect(m_localSocket, &QLocalSocket::connected, this, &CommunClientWork::onconnected,
+                Qt::QueuedConnection);
+        connect(m_localSocket, &QLocalSocket::readyRead, this, &CommunClientWork::onreadyRead,
+                Qt::QueuedConnection);
+        connect(m_localSocket, &QLocalSocket::bytesWritten, this, &CommunClientWork::onbytesWritten,
+                Qt::QueuedConnection);
+        connect(m_localSocket, &QLocalSocket::errorOccurred, this, &CommunClientWork::onLocalError,
+                Qt::QueuedConnection);
+    }
+    if (ConfigReader::getTcpServerCode() == kTcpEnabledCode && !m_tcpSocket) {
+        m_tcpSocket = new QTcpSocket(this);
+        m_tcpSocket->setReadBufferSize(kSocketReadBufferSize);
+        connect(m_tcpSocket, &QTcpSocket::connected, this, &CommunClientWork::onconnected, Qt::QueuedConnection);
+        connect(m_tcpSocket, &QTcpSocket::readyRead, this, &CommunClientWork::onreadyRead, Qt::QueuedConnection);
+        connect(m_tcpSocket, &QTcpSocket::bytesWritten, this, &CommunClientWork::onbytesWritten,
+                Qt::QueuedConnection);
+        connect(m_tcpSocket, &QTcpSocket::errorOccurred, this, &CommunClientWork::onTcpError,
+                Qt::QueuedConnection);
+    }
+    return true;
+}
+
+bool CommunClientWork::SendRequestData(const QByteArray& bytes)
+{
+    if (bytes.isEmpty()) {
+        logError("Client into parameter bytes is empty in the SendRequestData.");
+        return false;
+    }
+    quint64 protocolType = 0;
+    {
+        QMutexLocker locker(&m_attributeMutex);
+        protocolType = m_communAttribute.getProtocolType();
+    }
+    QMutexLocker locker(&m_sendMutex);
+    if (!SendBlockData(m_currentSocket, protocolType, m_sendList, bytes)) {
+        logError("Client send block data failed in the SendRequestData.");
+        return false;
+    }
+    return true;
+}
+
+void CommunClientWork::CleanSendList()
+{
+    QMutexLocker locker(&m_sendMutex);
+    qDeleteAll(m_sendList);
+    m_sendList.clear();
+}
+
+void CommunClientWork::CleanRecvData()
+{
+    QMutexLocker locker(&m_recvMutex);
+    if (m_recvSink)
+        m_recvSink->Clear();
+}
+
+void CommunClientWork::cltdisconnected()
+{
+    m_currentSocket = nullptr;
+    if (m_localSocket) {
+        emit m_localSocket->disconnected();
+        m_localSocket->abort();
+    }
+    if (m_tcpSocket) {
+        m_tcpSocket->disconnectFromHost();
+        m_tcpSocket->abort();
+    }
+}
+
+void CommunClientWork::onreconnectServer()
+{
+    if (m_localSocket)
+        m_localSocket->abort();
+    if (m_tcpSocket)
+        m_tcpSocket->abort();
+    CleanSendList();
+    CleanRecvData();
+
+    CommunAttribute attribute;
+    {
+        QMutexLocker locker(&m_attributeMutex);
+        attribute = m_communAttribute;
+    }
+    // Connecting may emit socket signals at once; no lock is held while it does.
+    switch (attribute.getProtocolType()) {
+    case CommunAttribute::LocalProtocol:
+        m_currentSocket = m_localSocket;
+        if (m_localSocket)
+            m_localSocket->connectToServer(attribute.getDestSvrNameIp(), QIODevice::ReadWrite);
+        break;
+    case CommunAttribute::TcpProtocol:
+        m_currentSocket = m_tcpSocket;
+        if (m_tcpSocket)
+            m_tcpSocket->connectToHost(attribute.getDestSvrNameIp(), attribute.getDestPort(), QIODevice::ReadWrite,
+                                       QAbstractSocket::AnyIPProtocol);
+        break;
+    default:
+        m_currentSocket = nullptr;
+        break;
+    }
+}
+
+void CommunClientWork::ReportConnection(bool bflag)
+{
+    CommunAttribute attribute;
+    {
+        QMutexLocker locker(&m_attributeMutex);
+        attribute = m_communAttribute;
+    }
+    const quint64 type = attribute.getProtocolType();
+    const QString name = attribute.getDestSvrNameIp();
+    const quint16 port = attribute.getDestPort();
+    emit hostConnected(type, name, port, bflag);
+    bool first = false;
+    {
+        QMutexLocker locker(&m_firstMutex);
+        first = m_firstResult;
+        m_firstResult = false;
+    }
+    // Emitted outside the lock: a receiver may set a new endpoint right away.
+    if (first)
+        emit firstConnected(type, name, port, bflag);
+}
+
+void CommunClientWork::onconnected()
+{
+    ReportConnection(true);
+}
+
+void CommunClientWork::onRequestData(QByteArray bytes)
+{
+    if (bytes.isEmpty()) {
+        logWarn("Client request data is empty in the onRequestData.");
+        return;
+    }
+    quint64 protocolType = 0;
+    {
+        QMutexLocker locker(&m_attributeMutex);
+        protocolType = m_communAttribute.getProtocolType();
+    }
+    if (!IsSocketValid(m_currentSocket, protocolType)
+        || SocketState(m_currentSocket, protocolType) != QAbstractSocket::ConnectedState) {
+        logWarn("The CommunClientWork reconnect server in the onRequestData.");
+        onreconnectServer();
+    }
+    if (!SendRequestData(bytes))
+        logError("Client send request data failed in the onRequestData.");
+    bytes.clear();
+}
+
+void CommunClientWork::onreadyRead()
+{
+    if (!m_currentSocket) {
+        logError("Client socket pointer is NULL in the onreadyRead.");
+        return;
+    }
+    quint64 protocolType = 0;
+    {
+        QMutexLocker locker(&m_attributeMutex);
+        protocolType = m_communAttribute.getProtocolType();
+    }
+    QMutexLocker locker(&m_recvMutex);
+    if (!ReadBlockBytes(m_currentSocket, protocolType, m_recvSink))
+        logError("Client read block bytes failed in the onreadyRead.");
+}
+
+void CommunClientWork::onbytesWritten(qint64 bytes)
+{
+    quint64 protocolType = 0;
+    {
+        QMutexLocker locker(&m_attributeMutex);
+        protocolType = m_communAttribute.getProtocolType();
+    }
+    QMutexLocker locker(&m_sendMutex);
+    if (!WrittenBlockBytes(m_currentSocket, protocolType, m_sendList, bytes))
+        logError("Client written block bytes failed in the onbytesWritten.");
+}
+
+void CommunClientWork::onLocalError(QLocalSocket::LocalSocketError socketError)
+{
+    if (isLocalConnectFailure(socketError))
+        ReportConnection(false);
+    CleanSendList();
+    CleanRecvData();
+    if (m_localSocket)
+        logWarn(QString("Client local socket comm occurred error : %1").arg(m_localSocket->errorString()));
+    else
+        logError("Client socket pointer is NULL in the onLocalError.");
+}
+
+void CommunClientWork::onTcpError(QAbstractSocket::SocketError socketError)
+{
+    if (isTcpConnectFailure(socketError))
+        ReportConnection(false);
+    CleanSendList();
+    CleanRecvData();
+    if (m_tcpSocket)
+        logWarn(QString("Client tcp socket comm occurred error : %1").arg(m_tcpSocket->errorString()));
+    else
+        logError("Client socket pointer is NULL in the onTcpError.");
+}
+
+void CommunClientWork::onreadyReadBytes(QIODevice* psocket, QByteArray bytes)
+{
+    Q_UNUSED(psocket);
+    emit returnResult(bytes);
+}

@@ -1,0 +1,59 @@
+#ifndef BACKUPFRAME_COMMUNOBJECT_H
+#define BACKUPFRAME_COMMUNOBJECT_H
+
+#include "backupframe_global.h"
+
+#include <QAbstractSocket>
+#include <QByteArray>
+#include <QList>
+#include <QObject>
+
+class QIODevice;
+class SocketSinkData;
+
+// Framing of command packages on a local or TCP stream socket, shared by the server
+// endpoint and the client worker. Holds no state: the endpoint owns the sinks and send
+// lists and calls these routines on the thread that owns the socket.
+// A package is [qint64 big-endian total length, the 8 bytes included][command bytes].
+class BACKUPFRAME_EXPORT CommunObject : public QObject
+{
+    Q_OBJECT
+
+public:
+    enum PackageJudgement {
+        Incomplete = 2,
+        Complete = 3,
+        Invalid = 4
+    };
+
+    // Sockets are given this read buffer so that one read takes in at most this much:
+    // every complete package is emitted with the rest of the buffer behind it, so the
+    // cost of a read grows with the square of what it took in.
+    static const qint64 kSocketReadBufferSize = 16 * 1024;
+
+    explicit CommunObject(QObject* parent = nullptr);
+    ~CommunObject() override;
+
+    // Appends what the socket holds to the sink and emits readyReadBytes once per
+    // complete package, with the whole remaining buffer (the package plus any tail).
+    bool ReadBlockBytes(QIODevice* psocket, quint64 protocolType, SocketSinkData* psink);
+    // Appends the package to the send list; writes it now only if nothing is in flight.
+    bool SendBlockData(QIODevice* psocket, quint64 protocolType, QList<SocketSinkData*>& sendList,
+                       const QByteArray& bytes);
+    // Accounts written bytes to the front package; once it is complete, writes the next.
+    bool WrittenBlockBytes(QIODevice* psocket, quint64 protocolType, QList<SocketSinkData*>& sendList,
+                           qint64 bytes);
+    // A declared length below 8 (it counts its own 8 bytes) is judged Invalid.
+    void JudgeCommandPackage(SocketSinkData* psink, PackageJudgement& judgement);
+    QByteArray ReadSocketData(QIODevice* psocket, quint64 protocolType, SocketSinkData* psink);
+    // The count written, or -1 unless the whole array was accepted.
+    qint64 WriteSocketData(QIODevice* psocket, quint64 protocolType, const QByteArray& bytes);
+    bool IsSocketValid(QIODevice* psocket, quint64 protocolType);
+    // A local socket's state in QAbstractSocket numbering; 0 for anything unusable.
+    QAbstractSocket::SocketState SocketState(QIODevice* psocket, quint64 protocolType);
+
+signals:
+    void readyReadBytes(QIODevice* psocket, QByteArray bytes);
+};
+
+#endif

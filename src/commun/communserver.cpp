@@ -1,0 +1,387 @@
+#include "commun/communserver.h"
+
+#include "common/logger.h"
+#include "commun/socketsinkdata.h"
+
+#include <QMetaType>
+#include <QMutexLocker>
+#include <QThread>
+#include <QTcpSocket>
+
+#include <log4cpp/Category.hh>
+
+namespace {
+const int kProbeTimeoutMs = 3000;
+
+void logError(const QString& message)
+{
+    Logger::GetFileLogHandle().error(message.toStdString());
+}
+
+void logWarn(const QString& message)
+{
+    Logger::GetFileLogHandle().warn(message.toStdString());
+}
+} // namespace
+
+// The listeners are members and children at once: as children they follow the server
+// to its thread, so the sockets they accept live where the slots run.
+CommunServer::CommunServer(QObject* parent)
+    : CommunObject(parent)
+    , m_protocolType(CommunAttribute::NoneProtocol)
+    , m_localServer(this)
+    , m_tcpServer(this)
+{
+    m_localServer.setSocketOptions(QLocalServer::WorldAccessOption);
+}
+
+CommunServer::~CommunServer()
+{
+    // Delete the accepted sockets while the maps and the live set still exist; the
+    // listeners would otherwise delete them as children after those are gone.
+    const QSet<QIODevice*> live = m_liveSockets;
+    for (QIODevice* psocket : live)
+        delete psocket;
+    m_localServer.close();
+    m_tcpServer.close();
+    CleanRecvsocketmap();
+    CleanSendsocketmap();
+}
+
+bool CommunServer::Init(CommunAttribute::CommProtocolType type)
+{
+    m_protocolType = type;
+    if (type != CommunAttribute::LocalProtocol && type != CommunAttribute::TcpProtocol)
+        return false;
+    qRegisterMetaType<QLocalSocket::LocalSocketError>("QLocalSocket::LocalSocketError");
+    qRegisterMetaType<QAbstractSocket::SocketError>("QAbstractSocket::SocketError");
+    connect(this, &CommunObject::readyReadBytes, this, &CommunServer::onreadyReadBytes,
+            static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
+    return true;
+}
+
+bool CommunServer::Start(QString name, quint16 port)
+{
+    if (m_protocolType == CommunAttribute::LocalProtocol)
+        return StartLocal(name);
+    if (m_protocolType == CommunAttribute::TcpProtocol)
+        return StartTcp(port);
+    return false;
+}
+
+bool CommunServer::StartLocal(QString name)
+{
+    if (IsLocalServerRun(name))
+        return false;   // another process serves this name: leave it alone
+    m_localServer.close();
+    if (!QLocalServer::removeServer(name))
+        return false;
+    connect(&m_localServer, &QLocalServer::newConnection, this, &CommunServer::onnewConnection,
+            static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
+    return m_localServer.listen(name);
+}
+
+bool CommunServer::StartTcp(quint16 port, const QHostAddress& address)
+{
+    connect(&m_tcpServer, &QTcpServer::newConnection, this, &CommunServer::onnewConnection,
+            static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
+    return m_tcpServer.listen(address, port);
+}
+
+bool CommunServer::IsLocalServerRun(QString name)
+{
+    if (name.isEmpty() || m_protocolType != CommunAttribute::LocalProtocol)
+        return false;
+    auto* pprobe = new QLocalSocket;
+    pprobe->connectToServer(name, QIODevice::ReadWrite);
+    const bool connected = pprobe->waitForConnected(kProbeTimeoutMs);
+    if (connected) {
+        connect(pprobe, &QLocalSocket::disconnected, pprobe, &QObject::deleteLater, Qt::AutoConnection);
+        emit pprobe->disconnected();
+    }
+    delete pprobe;
+    return connected;
+}
+
+void CommunServer::SetMaxPendingConnections(int number)
+{
+    if (m_protocolType == CommunAttribute::LocalProtocol)
+        m_localServer.setMaxPendingConnections(number);
+    else if (m_protocolType == CommunAttribute::TcpProtocol)
+        m_tcpServer.setMaxPendingConnections(number);
+}
+
+void CommunServer::Stop()
+{
+    if (m_protocolType == CommunAttribute::LocalProtocol)
+        disconnect(&m_localServer, &QLocalServer::newConnection, this, &CommunServer::onnewConnection);
+    else if (m_protocolType == CommunAttribute::TcpProtocol)
+        disconnect(&m_tcpServer, &QTcpServer::newConnection, this, &CommunServer::onnewConnection);
+}
+
+void CommunServer::UnInit()
+{
+    CleanRecvsocketmap();
+    CleanSendsocketmap();
+}
+
+quint16 CommunServer::getTcpServerPort() const
+{
+    return m_tcpServer.isListening() ? m_tcpServer.serverPort() : 0;
+}
+
+void CommunServer::SendResult(QIODevice* psocket, const QByteArray& package)
+{
+    if (QThread::currentThread() != thread()) {
+        // The socket may only be written on its own thread.
+        QMetaObject::invokeMethod(this, [this, psocket, package] { SendResult(psocket, package); },
+                                  Qt::QueuedConnection);
+        return;
+    }
+    if (!psocket || !IsLiveSocket(psocket)) {
+        logError("Server socket into parameter error in the SendResult.");
+        return;
+    }
+    if (package.isEmpty()) {
+        logError("Server into parameter bytes is empty in the SendResult.");
+        return;
+    }
+    QMutexLocker locker(&m_sendMutex);
+    auto it = m_sendSinkMap.find(psocket);
+    if (it == m_sendSinkMap.end())
+        it = m_sendSinkMap.insert(psocket, new QList<SocketSinkData*>);
+    QList<SocketSinkData*>* plist = it.value();
+    if (!plist) {
+        logError("Server send list pointer is null in the SendResult.");
+        return;
+    }
+    if (!SendBlockData(psocket, m_protocolType, *plist, package))
+        logError("Server send block data failed in the SendResult.");
+}
+
+bool CommunServer::InsertRecvSinkData(QIODevice* psocket, SocketSinkData* psink)
+{
+    if (!psocket || !psink)
+        return false;
+    QMutexLocker locker(&m_recvMutex);
+    auto it = m_recvSinkMap.find(psocket);
+    if (it != m_recvSinkMap.end()) {
+        if (it.value() != psink)
+            delete it.value();
+        m_recvSinkMap.erase(it);
+    }
+    m_recvSinkMap.insert(psocket, psink);
+    return true;
+}
+
+SocketSinkData* CommunServer::FindRecvSinkData(QIODevice* psocket)
+{
+    if (!psocket)
+        return nullptr;
+    QMutexLocker locker(&m_recvMutex);
+    return m_recvSinkMap.value(psocket, nullptr);
+}
+
+void CommunServer::EraseRecvSinkData(QIODevice* psocket)
+{
+    if (!psocket)
+        return;
+    QMutexLocker locker(&m_recvMutex);
+    delete m_recvSinkMap.take(psocket);
+}
+
+void CommunServer::EraseSendSinkDataList(QIODevice* psocket)
+{
+    QMutexLocker locker(&m_sendMutex);
+    if (m_sendSinkMap.isEmpty())
+        return;
+    QList<SocketSinkData*>* plist = m_sendSinkMap.value(psocket, nullptr);
+    if (!m_sendSinkMap.contains(psocket))
+        return;
+    if (plist) {
+        qDeleteAll(*plist);
+        plist->clear();
+        delete plist;
+    }
+    m_sendSinkMap.remove(psocket);
+}
+
+void CommunServer::CleanRecvsocketmap()
+{
+    QMutexLocker locker(&m_recvMutex);
+    qDeleteAll(m_recvSinkMap);
+    m_recvSinkMap.clear();
+}
+
+void CommunServer::CleanSendsocketmap()
+{
+    QMutexLocker locker(&m_sendMutex);
+    for (QList<SocketSinkData*>* plist : qAsConst(m_sendSinkMap)) {
+        if (!plist)
+            continue;
+        qDeleteAll(*plist);
+        plist->clear();
+        delete plist;
+    }
+    m_sendSinkMap.clear();
+}
+
+void CommunServer::onnewConnection()
+{
+    QIODevice* psocket = nullptr;
+    if (m_protocolType == CommunAttribute::LocalProtocol) {
+        QLocalSocket* plocal = m_localServer.nextPendingConnection();
+        if (plocal) {
+            plocal->setReadBufferSize(kSocketReadBufferSize);
+            connect(plocal, &QLocalSocket::readyRead, this, &CommunServer::onreadyRead, Qt::QueuedConnection);
+            connect(plocal, &QLocalSocket::bytesWritten, this, &CommunServer::onbytesWritten,
+                    Qt::QueuedConnection);
+            connect(plocal, &QLocalSocket::disconnected, plocal, &QObject::deleteLater, Qt::QueuedConnection);
+            connect(plocal, &QLocalSocket::errorOccurred, this, &CommunServer::onLocalError,
+                    Qt::QueuedConnection);
+        }
+        psocket = plocal;
+    } else if (m_protocolType == CommunAttribute::TcpProtocol) {
+        QTcpSocket* ptcp = m_tcpServer.nextPendingConnection();
+        if (ptcp) {
+            ptcp->setReadBufferSize(kSocketReadBufferSize);
+            connect(ptcp, &QTcpSocket::readyRead, this, &CommunServer::onreadyRead, Qt::QueuedConnection);
+            connect(ptcp, &QTcpSocket::bytesWritten, this, &CommunServer::onbytesWritten, Qt::QueuedConnection);
+            connect(ptcp, &QTcpSocket::disconnected, ptcp, &QObject::deleteLater, Qt::QueuedConnection);
+            connect(ptcp, &QTcpSocket::errorOccurred, this, &CommunServer::onTcpError, Qt::QueuedConnection);
+        }
+        psocket = ptcp;
+    }
+    if (!psocket) {
+        logError("Server socket pointer is NULL in the onnewConnection.");
+        return;
+    }
+    TrackSocket(psocket);
+    // A dead socket may have left a send list under the same address; a new
+    // connection has nothing in flight.
+    EraseSendSinkDataList(psocket);
+    auto* psink = new SocketSinkData;
+    if (!InsertRecvSinkData(psocket, psink)) {
+        delete psink;
+        svrdisconnected(psocket);
+        logError("Server insert receive SinkData failed in the onnewConnection.");
+        return;
+    }
+    // Bytes that arrived before the readyRead connection existed would wait for the next
+    // arrival; announce them now.
+    if (psocket->bytesAvailable() > 0)
+        emit psocket->readyRead();
+}
+
+void CommunServer::onreadyRead()
+{
+    QObject* psender = sender();
+    if (!psender || !IsLiveSocket(psender)) {
+        logError("Server get sender socket pointer is NULL in the onreadyRead.");
+        return;
+    }
+    auto* psocket = static_cast<QIODevice*>(psender);
+    QMutexLocker locker(&m_recvMutex);
+    SocketSinkData* psink = m_recvSinkMap.value(psocket, nullptr);
+    if (!psink) {
+        logError("Server find sink data return NULL in the onreadyRead.");
+        return;
+    }
+    if (!ReadBlockBytes(psocket, m_protocolType, psink))
+        logError("Server read block bytes failed in the onreadyRead.");
+}
+
+void CommunServer::onbytesWritten(qint64 bytes)
+{
+    QObject* psender = sender();
+    auto* psocket = psender && IsLiveSocket(psender) ? static_cast<QIODevice*>(psender) : nullptr;
+    if (!psocket || !IsSocketValid(psocket, m_protocolType)
+        || SocketState(psocket, m_protocolType) != QAbstractSocket::ConnectedState) {
+        logError("Server sender socket error in the onbytesWritten.");
+        return;
+    }
+    QMutexLocker locker(&m_sendMutex);
+    if (m_sendSinkMap.isEmpty()) {
+        logError("Server send socket map is empty in the onbytesWritten.");
+        return;
+    }
+    auto it = m_sendSinkMap.find(psocket);
+    if (it == m_sendSinkMap.end()) {
+        logError("Server find send map socket pointer is NULL in the onbytesWritten.");
+        return;
+    }
+    if (!it.value()) {
+        m_sendSinkMap.erase(it);
+        return;
+    }
+    if (!WrittenBlockBytes(psocket, m_protocolType, *it.value(), bytes))
+        logError("Server written block bytes failed in the onbytesWritten.");
+}
+
+void CommunServer::onLocalError(QLocalSocket::LocalSocketError socketError)
+{
+    Q_UNUSED(socketError);
+    QObject* psender = sender();
+    if (!psender) {
+        logError("Server sender socket pointer is NULL in the onLocalError.");
+        return;
+    }
+    auto* psocket = static_cast<QIODevice*>(psender);
+    if (IsLiveSocket(psender))
+        logWarn(QString("Server local socket comm occurred error : %1").arg(psocket->errorString()));
+    EraseRecvSinkData(psocket);
+    EraseSendSinkDataList(psocket);
+    if (IsLiveSocket(psender))
+        svrdisconnected(psocket);
+}
+
+void CommunServer::onTcpError(QAbstractSocket::SocketError socketError)
+{
+    Q_UNUSED(socketError);
+    QObject* psender = sender();
+    if (!psender) {
+        logError("Server sender socket pointer is NULL in the onTcpError.");
+        return;
+    }
+    auto* psocket = static_cast<QIODevice*>(psender);
+    if (IsLiveSocket(psender))
+        logWarn(QString("Server tcp socket comm occurred error : %1").arg(psocket->errorString()));
+    EraseRecvSinkData(psocket);
+    EraseSendSinkDataList(psocket);
+    if (IsLiveSocket(psender))
+        svrdisconnected(psocket);
+}
+
+void CommunServer::onreadyReadBytes(QIODevice* psocket, QByteArray bytes)
+{
+    // The host keys its answers by this pointer: never hand out one whose socket is gone.
+    if (!IsLiveSocket(psocket))
+        return;
+    emit incomingBlockData(m_protocolType, psocket, bytes);
+}
+
+void CommunServer::svrdisconnected(QIODevice* psocket)
+{
+    if (!psocket)
+        return;
+    if (m_protocolType == CommunAttribute::LocalProtocol) {
+        // Through the connection made on accepting, this schedules the socket's deletion.
+        if (auto* plocal = qobject_cast<QLocalSocket*>(psocket))
+            emit plocal->disconnected();
+    } else if (m_protocolType == CommunAttribute::TcpProtocol) {
+        if (auto* ptcp = qobject_cast<QAbstractSocket*>(psocket))
+            ptcp->disconnectFromHost();
+    }
+}
+
+bool CommunServer::IsLiveSocket(QObject* psocket) const
+{
+    return m_liveSockets.contains(static_cast<QIODevice*>(psocket));
+}
+
+void CommunServer::TrackSocket(QIODevice* psocket)
+{
+    m_liveSockets.insert(psocket);
+    connect(psocket, &QObject::destroyed, this, [this, psocket] { m_liveSockets.remove(psocket); },
+            Qt::DirectConnection);
+}

@@ -1,0 +1,83 @@
+#ifndef BACKUPFRAME_COMMUNSERVER_H
+#define BACKUPFRAME_COMMUNSERVER_H
+
+#include "backupframe_global.h"
+#include "commun/communattribute.h"
+#include "commun/communobject.h"
+
+#include <QHash>
+#include <QHostAddress>
+#include <QList>
+#include <QLocalServer>
+#include <QLocalSocket>
+#include <QMutex>
+#include <QSet>
+#include <QTcpServer>
+
+class SocketSinkData;
+
+// The listening end: one named local server or one TCP server. Emits every complete
+// package as incomingBlockData and answers through SendResult on the same socket.
+// Lives on one thread; the listeners and the accepted sockets live there too. The maps
+// own their sinks and send lists; the receive and send locks are never held together.
+class BACKUPFRAME_EXPORT CommunServer : public CommunObject
+{
+    Q_OBJECT
+
+public:
+    explicit CommunServer(QObject* parent = nullptr);
+    ~CommunServer() override;
+
+    bool Init(CommunAttribute::CommProtocolType type);
+    bool Start(QString name, quint16 port);
+    bool StartLocal(QString name);
+    // Listens on all interfaces unless told otherwise; port 0 picks a free port.
+    bool StartTcp(quint16 port, const QHostAddress& address = QHostAddress::Any);
+    bool IsLocalServerRun(QString name);
+    void SetMaxPendingConnections(int number);
+    // Stops serving new connections; the listener stays open and connected clients are still served.
+    void Stop();
+    void UnInit();
+    // The port the TCP server listens on, 0 when it does not listen.
+    quint16 getTcpServerPort() const;
+
+    // Queues the package on the socket's send list. Call it on the server's thread;
+    // a call from elsewhere is carried over to that thread first.
+    void SendResult(QIODevice* psocket, const QByteArray& package);
+
+    bool InsertRecvSinkData(QIODevice* psocket, SocketSinkData* psink);
+    SocketSinkData* FindRecvSinkData(QIODevice* psocket);
+    void EraseRecvSinkData(QIODevice* psocket);
+    void EraseSendSinkDataList(QIODevice* psocket);
+    void CleanRecvsocketmap();
+    void CleanSendsocketmap();
+
+signals:
+    void incomingBlockData(quint64 commtype, QIODevice* psocket, QByteArray bytes);
+
+private slots:
+    void onnewConnection();
+    void onreadyRead();
+    void onbytesWritten(qint64 bytes);
+    void onLocalError(QLocalSocket::LocalSocketError socketError);
+    void onTcpError(QAbstractSocket::SocketError socketError);
+    void onreadyReadBytes(QIODevice* psocket, QByteArray bytes);
+
+private:
+    void svrdisconnected(QIODevice* psocket);
+    // Socket pointers stay in the maps after their objects are gone; only a pointer
+    // found here may be dereferenced. Touched on the server's thread only.
+    bool IsLiveSocket(QObject* psocket) const;
+    void TrackSocket(QIODevice* psocket);
+
+    quint64 m_protocolType;
+    QLocalServer m_localServer;
+    QTcpServer m_tcpServer;
+    QHash<QIODevice*, SocketSinkData*> m_recvSinkMap;
+    QMutex m_recvMutex;
+    QHash<QIODevice*, QList<SocketSinkData*>*> m_sendSinkMap;
+    QMutex m_sendMutex;
+    QSet<QIODevice*> m_liveSockets;
+};
+
+#endif

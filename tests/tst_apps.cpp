@@ -1,0 +1,664 @@
+// End to end: a backupframe-scheduler process on a temporary data directory, driven by
+// backupframe-agent processes; the database is checked directly, read-only.
+#include "protocol.h"
+
+#include <backupframe.h>
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLocalServer>
+#include <QLocalSocket>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QSqlDatabase>
+#include <QSqlQuery>
+#include <QSqlRecord>
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <QtEndian>
+#include <QtTest>
+
+#include <memory>
+
+namespace {
+
+struct AgentRun {
+    int code = -1;          // -1: did not finish on its own
+    QString out;
+    QString err;
+    qint64 elapsedMs = 0;
+};
+
+QString uniqueName()
+{
+    static int counter = 0;
+    return QStringLiteral("tst_apps_%1_%2").arg(QCoreApplication::applicationPid()).arg(++counter);
+}
+
+QByteArray randomBytes(int size)
+{
+    QRandomGenerator generator(42);
+    QByteArray bytes(size, '\0');
+    for (char& byte : bytes)
+        byte = static_cast<char>(generator.bounded(256));
+    return bytes;
+}
+
+QByteArray validNewPlanPayload()
+{
+    RequestNewOperationData data;
+    data.getObjectTaskAttribute().setOperationRegisterName(QStringLiteral("noop"));
+    return SchedulerProtocol::EncodePayload(data);
+}
+
+// Sends one framed request on a local socket of its own and returns the framed answer.
+QByteArray rawExchange(const QString& serverName, CommCommand& request)
+{
+    QLocalSocket socket;
+    socket.connectToServer(serverName);
+    if (!socket.waitForConnected(5000))
+        return QByteArray();
+    QByteArray bytes;
+    CommandBuilder::CommandToBytearray(&request, bytes);
+    socket.write(bytes);
+    QByteArray reply;
+    while (reply.size() < 8 || reply.size() < qFromBigEndian<qint64>(reply.constData())) {
+        if (!socket.waitForReadyRead(5000))
+            break;
+        reply += socket.readAll();
+    }
+    return reply;
+}
+
+} // namespace
+
+class tst_Apps : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void statusOfAnEmptyService();
+    void newEditDeleteReachTheDatabase();
+    void runCancelAndJournals();
+    void journalDelete();
+    void emailSetKeepsTheOtherFields();
+    void jsonForEveryCommand_data();
+    void jsonForEveryCommand();
+    void tablesAreAligned();
+    void usageErrors_data();
+    void usageErrors();
+    void refusals_data();
+    void refusals();
+    void stoppedServiceGivesOneLine();
+    void silentServiceTimesOut();
+    void restartKeepsPlansAndJournals();
+    void twoAgentsAtOnce();
+    void secondServiceOnTheSameNameRefuses();
+    void garbagePayloadIsRejected_data();
+    void garbagePayloadIsRejected();
+    void tcpTransport();
+
+private:
+    bool StartScheduler(QProcess& process, const QString& dataDir, const QStringList& extra = {});
+    void StopScheduler(QProcess& process);
+    void StartAgent(QProcess& agent, const QStringList& arguments);
+    AgentRun Finish(QProcess& agent, const QElapsedTimer& clock, int waitMs = 30000);
+    AgentRun Agent(const QStringList& arguments);
+    QJsonDocument AgentJson(const QStringList& arguments);
+    QString NewPlan(const QStringList& arguments);
+    QStringList Row(const QString& sql, const QString& bind = QString());
+    int Count(const QString& table);
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+    QString m_dataDir;
+    QString m_serverName;
+    QProcessEnvironment m_environment;
+    QProcess m_scheduler;
+};
+
+void tst_Apps::init()
+{
+    m_dir.reset(new QTemporaryDir);
+    QVERIFY(m_dir->isValid());
+    m_dataDir = m_dir->filePath(QStringLiteral("data"));
+    m_serverName = uniqueName();
+    // The agent's own log and default configuration live under the data home: keep them here.
+    m_environment = QProcessEnvironment::systemEnvironment();
+    m_environment.insert(QStringLiteral("XDG_DATA_HOME"), m_dir->filePath(QStringLiteral("home")));
+    QVERIFY2(StartScheduler(m_scheduler, m_dataDir), "the scheduler did not start serving");
+}
+
+void tst_Apps::cleanup()
+{
+    StopScheduler(m_scheduler);
+    m_dir.reset();
+}
+
+bool tst_Apps::StartScheduler(QProcess& process, const QString& dataDir, const QStringList& extra)
+{
+    process.setProcessEnvironment(m_environment);
+    process.start(QStringLiteral(SCHEDULER_PATH), QStringList{QStringLiteral("--data-dir"), dataDir,
+                                                              QStringLiteral("--server-name"), m_serverName} + extra);
+    QByteArray output;
+    (void)QTest::qWaitFor([&] {
+        output += process.readAllStandardOutput();
+        return output.contains("serving '") || process.state() == QProcess::NotRunning;
+    }, 10000);
+    return output.contains("serving '") && process.state() == QProcess::Running;
+}
+
+void tst_Apps::StopScheduler(QProcess& process)
+{
+    if (process.state() == QProcess::NotRunning)
+        return;
+    process.terminate();
+    if (!process.waitForFinished(10000))
+        process.kill();
+    process.waitForFinished(5000);
+}
+
+void tst_Apps::StartAgent(QProcess& agent, const QStringList& arguments)
+{
+    agent.setProcessEnvironment(m_environment);
+    agent.start(QStringLiteral(AGENT_PATH), QStringList{QStringLiteral("--server-name"), m_serverName} + arguments);
+}
+
+AgentRun tst_Apps::Finish(QProcess& agent, const QElapsedTimer& clock, int waitMs)
+{
+    AgentRun run;
+    // Waiting with the event loop alive: a server of this process must be able to act meanwhile.
+    (void)QTest::qWaitFor([&] { return agent.state() == QProcess::NotRunning; }, waitMs);
+    run.elapsedMs = clock.elapsed();
+    if (agent.state() != QProcess::NotRunning) {
+        agent.kill();
+        agent.waitForFinished(5000);
+    } else if (agent.exitStatus() == QProcess::NormalExit) {
+        run.code = agent.exitCode();
+    }
+    run.out = QString::fromUtf8(agent.readAllStandardOutput());
+    run.err = QString::fromUtf8(agent.readAllStandardError());
+    return run;
+}
+
+AgentRun tst_Apps::Agent(const QStringList& arguments)
+{
+    QProcess agent;
+    QElapsedTimer clock;
+    clock.start();
+    StartAgent(agent, arguments);
+    return Finish(agent, clock);
+}
+
+QJsonDocument tst_Apps::AgentJson(const QStringList& arguments)
+{
+    const AgentRun run = Agent(QStringList{QStringLiteral("--json")} + arguments);
+    if (run.code != 0)
+        qWarning("agent %s: %d %s", qPrintable(arguments.join(' ')), run.code, qPrintable(run.err));
+    return QJsonDocument::fromJson(run.out.toUtf8());
+}
+
+QString tst_Apps::NewPlan(const QStringList& arguments)
+{
+    const AgentRun run = Agent(QStringList{QStringLiteral("new")} + arguments);
+    if (run.code != 0)
+        qWarning("agent new: %d %s", run.code, qPrintable(run.err));
+    return run.out.trimmed();
+}
+
+// The first row of a query on plans.db, opened read-only under a connection of its own.
+QStringList tst_Apps::Row(const QString& sql, const QString& bind)
+{
+    const QString connection = uniqueName();
+    QStringList row;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), connection);
+        db.setDatabaseName(QDir(m_dataDir).filePath(QStringLiteral("plans.db")));
+        db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY"));
+        if (db.open()) {
+            QSqlQuery query(db);
+            query.prepare(sql);
+            if (!bind.isNull())
+                query.addBindValue(bind);
+            if (query.exec() && query.next()) {
+                for (int i = 0; i < query.record().count(); ++i)
+                    row.append(query.value(i).toString());
+            }
+        }
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(connection);
+    return row;
+}
+
+int tst_Apps::Count(const QString& table)
+{
+    const QStringList row = Row(QStringLiteral("SELECT COUNT(*) FROM %1").arg(table));
+    return row.isEmpty() ? -1 : row.first().toInt();
+}
+
+void tst_Apps::statusOfAnEmptyService()
+{
+    const QJsonObject status = AgentJson({QStringLiteral("status")}).object();
+    QCOMPARE(status.value(QStringLiteral("answers")).toBool(), true);
+    QCOMPARE(status.value(QStringLiteral("plans")).toInt(-1), 0);
+    QCOMPARE(status.value(QStringLiteral("journals")).toInt(-1), 0);
+    QVERIFY(status.value(QStringLiteral("roundTripMs")).toDouble(-1) >= 0);
+
+    const AgentRun text = Agent({QStringLiteral("status")});
+    QCOMPARE(text.code, 0);
+    QVERIFY2(text.out.contains(QStringLiteral("'%1' answers").arg(m_serverName)), qPrintable(text.out));
+    QVERIFY(text.err.isEmpty());
+}
+
+void tst_Apps::newEditDeleteReachTheDatabase()
+{
+    const QString uuid = NewPlan({QStringLiteral("weekly"), QStringLiteral("noop"), QStringLiteral("--type"),
+                                  QStringLiteral("3"), QStringLiteral("--start"), QStringLiteral("2031-02-03 04:05:06"),
+                                  QStringLiteral("--end"), QStringLiteral("2032-01-01 00:00:00"),
+                                  QStringLiteral("--interval"), QStringLiteral("2"), QStringLiteral("--duration"),
+                                  QStringLiteral("1"), QStringLiteral("--week-days"), QStringLiteral("5, 1,3"),
+                                  QStringLiteral("--months"), QStringLiteral("1,6"), QStringLiteral("--month-days"),
+                                  QStringLiteral("15,1"), QStringLiteral("--last-day")});
+    QCOMPARE(uuid.size(), 38);
+    const QString triggerSql = QStringLiteral(
+        "SELECT trigger_type,start_time,end_time,interval,duration,week_days,which_months,month_days,"
+        "day_last_flag,trigger_end_flag FROM tb_triggers WHERE trigger_name=?");
+    QCOMPARE(Row(QStringLiteral("SELECT plan_name FROM tb_schemes WHERE plan_uuid=?"), uuid),
+             QStringList{QStringLiteral("weekly")});
+    QCOMPARE(Row(triggerSql, QStringLiteral("trigger_") + uuid),
+             (QStringList{"3", "2031-02-03 04:05:06", "2032-01-01 00:00:00", "7200", "3600", "5,1,3", "1,6", "15,1",
+                          "1", "1"}));
+
+    // By a uuid prefix without the brace; only the given fields change.
+    const AgentRun edit = Agent({QStringLiteral("edit"), uuid.mid(1, 6), QStringLiteral("--name"),
+                                 QStringLiteral("monthly"), QStringLiteral("--interval"), QStringLiteral("5"),
+                                 QStringLiteral("--no-end"), QStringLiteral("--parameter"), QStringLiteral("x y")});
+    QCOMPARE(edit.code, 0);
+    QCOMPARE(Row(triggerSql, QStringLiteral("trigger_") + uuid),
+             (QStringList{"3", "2031-02-03 04:05:06", "", "18000", "3600", "5,1,3", "1,6", "15,1", "1", "0"}));
+    QCOMPARE(Row(QStringLiteral("SELECT s.plan_name,t.operation_register_name,t.operation_parameter FROM tb_schemes s "
+                                "JOIN tb_tasks t ON s.task_name=t.task_name WHERE s.plan_uuid=?"), uuid),
+             (QStringList{"monthly", "noop", "x y"}));
+
+    const QJsonArray plans = AgentJson({QStringLiteral("plans")}).array();
+    QCOMPARE(plans.size(), 1);
+    QCOMPARE(plans[0].toObject().value(QStringLiteral("uuid")).toString(), uuid);
+    QCOMPARE(plans[0].toObject().value(QStringLiteral("nextStartTime")).toString(),
+             QStringLiteral("2031-02-03 04:05:06"));
+
+    QCOMPARE(Agent({QStringLiteral("delete"), QStringLiteral("monthly")}).code, 0);
+    QCOMPARE(Count(QStringLiteral("tb_schemes")), 0);
+    QCOMPARE(Count(QStringLiteral("tb_tasks")), 0);
+    QCOMPARE(Count(QStringLiteral("tb_triggers")), 0);
+    QCOMPARE(AgentJson({QStringLiteral("plans")}).array().size(), 0);
+}
+
+void tst_Apps::runCancelAndJournals()
+{
+    NewPlan({QStringLiteral("quick"), QStringLiteral("noop")});
+    NewPlan({QStringLiteral("broken"), QStringLiteral("fail"), QStringLiteral("disk is full")});
+    NewPlan({QStringLiteral("slow"), QStringLiteral("sleep"), QStringLiteral("60000")});
+
+    QVERIFY(Agent({QStringLiteral("run"), QStringLiteral("quick")}).out.endsWith(QStringLiteral("quick  Succeeded\n")));
+    QVERIFY(Agent({QStringLiteral("run"), QStringLiteral("broken")}).out.endsWith(
+        QStringLiteral("broken  Failed: disk is full\n")));
+    QCOMPARE(AgentJson({QStringLiteral("run"), QStringLiteral("slow")}).object().value("isRunning").toBool(), true);
+
+    const AgentRun again = Agent({QStringLiteral("run"), QStringLiteral("slow")});
+    QCOMPARE(again.code, 2);
+    QCOMPARE(again.err, QStringLiteral("backupframe-agent: cannot run plan 'slow': plan is already running\n"));
+    QCOMPARE(AgentJson({QStringLiteral("status")}).object().value("running").toInt(), 1);
+
+    QVERIFY(Agent({QStringLiteral("cancel"), QStringLiteral("slow")}).out.endsWith(QStringLiteral("slow  Cancelled\n")));
+    const AgentRun cancelAgain = Agent({QStringLiteral("cancel"), QStringLiteral("slow")});
+    QCOMPARE(cancelAgain.code, 2);
+    QCOMPARE(cancelAgain.err, QStringLiteral("backupframe-agent: cannot cancel plan 'slow': plan is not running\n"));
+
+    const QJsonArray journals = AgentJson({QStringLiteral("journals")}).array();
+    QStringList results;
+    for (const QJsonValue& journal : journals)
+        results << journal.toObject().value("planName").toString() + "=" + journal.toObject().value("result").toString();
+    QCOMPARE(results, (QStringList{"quick=Succeeded", "broken=Failed", "slow=Cancelled"}));
+    const QJsonArray ofBroken = AgentJson({QStringLiteral("journals"), QStringLiteral("broken")}).array();
+    QCOMPARE(ofBroken.size(), 1);
+    QCOMPARE(ofBroken[0].toObject().value("errorReason").toString(), QStringLiteral("disk is full"));
+    QCOMPARE(Count(QStringLiteral("tb_Journals")), 3);
+
+    const AgentRun table = Agent({QStringLiteral("journals")});
+    QCOMPARE(table.out.count(QLatin1Char('\n')), 4);   // header and three rows
+    QVERIFY(table.out.startsWith(QStringLiteral("ID  ")));
+}
+
+void tst_Apps::journalDelete()
+{
+    NewPlan({QStringLiteral("often"), QStringLiteral("noop")});
+    for (int i = 0; i < 3; ++i)
+        QCOMPARE(Agent({QStringLiteral("run"), QStringLiteral("often")}).code, 0);
+    const QJsonArray journals = AgentJson({QStringLiteral("journals")}).array();
+    QCOMPARE(journals.size(), 3);
+    const QString first = journals[0].toObject().value("uuid").toString();
+
+    const AgentRun one = Agent({QStringLiteral("journal-delete"), first.mid(1, 8)});
+    QCOMPARE(one.code, 0);
+    QCOMPARE(one.out, QStringLiteral("deleted 1 journal\n"));
+    QCOMPARE(Count(QStringLiteral("tb_Journals")), 2);
+    QVERIFY(Row(QStringLiteral("SELECT journal_uuid FROM tb_Journals WHERE journal_uuid=?"), first).isEmpty());
+
+    // Journals outlive their plan, and --all removes them too.
+    QCOMPARE(Agent({QStringLiteral("delete"), QStringLiteral("often")}).code, 0);
+    QCOMPARE(AgentJson({QStringLiteral("journals")}).array().size(), 2);
+    QCOMPARE(Agent({QStringLiteral("journal-delete"), QStringLiteral("--all")}).code, 0);
+    QCOMPARE(Count(QStringLiteral("tb_Journals")), 0);
+}
+
+void tst_Apps::emailSetKeepsTheOtherFields()
+{
+    QCOMPARE(Agent({QStringLiteral("email"), QStringLiteral("set"), QStringLiteral("--recipients"),
+                    QStringLiteral("ops@example.org"), QStringLiteral("--smtp-server"),
+                    QStringLiteral("smtp.example.org"), QStringLiteral("--smtp-port"), QStringLiteral("587"),
+                    QStringLiteral("--password"), QStringLiteral("s3cret"), QStringLiteral("--auth"),
+                    QStringLiteral("1")}).code, 0);
+    QCOMPARE(Agent({QStringLiteral("email"), QStringLiteral("set"), QStringLiteral("--subject"),
+                    QStringLiteral("Backup report"), QStringLiteral("--on-failure"), QStringLiteral("1")}).code, 0);
+
+    const QJsonObject shown = AgentJson({QStringLiteral("email"), QStringLiteral("show")}).object();
+    QCOMPARE(shown.value("recipients").toString(), QStringLiteral("ops@example.org"));
+    QCOMPARE(shown.value("smtpServer").toString(), QStringLiteral("smtp.example.org"));
+    QCOMPARE(shown.value("smtpPort").toInt(), 587);
+    QCOMPARE(shown.value("auth").toInt(), 1);
+    QCOMPARE(shown.value("passwordSet").toBool(), true);
+    QCOMPARE(shown.value("subject").toString(), QStringLiteral("Backup report"));
+    QCOMPARE(shown.value("onFailure").toInt(), 1);
+    QCOMPARE(shown.value("onSuccess").toInt(), 0);
+    QCOMPARE(shown.value("enable").toInt(), 0);
+
+    // The password reaches the settings file scrambled, and is never printed.
+    const QString file = QDir(m_dataDir).filePath(QStringLiteral("email.ini"));
+    QFile raw(file);
+    QVERIFY(raw.open(QIODevice::ReadOnly));
+    QVERIFY(!raw.readAll().contains("s3cret"));
+    EmailConfigReaderWriter settings;
+    settings.Init(file);
+    settings.ReadConfig();
+    QCOMPARE(settings.getLoginPassword(), QByteArray("s3cret"));
+    QVERIFY(!Agent({QStringLiteral("email"), QStringLiteral("show")}).out.contains(QStringLiteral("s3cret")));
+}
+
+void tst_Apps::jsonForEveryCommand_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("key");   // a key of the object; empty: an array
+
+    QTest::newRow("status") << QStringList{"status"} << "answers";
+    QTest::newRow("plans") << QStringList{"plans"} << "";
+    QTest::newRow("new") << QStringList{"new", "other", "noop"} << "uuid";
+    QTest::newRow("edit") << QStringList{"edit", "busy", "--type", "2"} << "trigger";
+    QTest::newRow("delete") << QStringList{"delete", "busy"} << "deleted";
+    QTest::newRow("run") << QStringList{"run", "busy"} << "isRunning";
+    QTest::newRow("journals") << QStringList{"journals", "busy"} << "";
+    QTest::newRow("journal-delete") << QStringList{"journal-delete", "--all"} << "deleted";
+    QTest::newRow("email show") << QStringList{"email", "show"} << "smtpServer";
+    QTest::newRow("email set") << QStringList{"email", "set", "--sender", "me@example.org"} << "sender";
+}
+
+void tst_Apps::jsonForEveryCommand()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, key);
+    NewPlan({QStringLiteral("busy"), QStringLiteral("sleep"), QStringLiteral("60000")});
+
+    const AgentRun run = Agent(QStringList{QStringLiteral("--json")} + arguments);
+    QCOMPARE(run.code, 0);
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(run.out.toUtf8(), &error);
+    QVERIFY2(error.error == QJsonParseError::NoError, qPrintable(run.out));
+    if (key.isEmpty())
+        QVERIFY(document.isArray());
+    else
+        QVERIFY2(document.object().contains(key), qPrintable(run.out));
+}
+
+void tst_Apps::tablesAreAligned()
+{
+    NewPlan({QStringLiteral("a"), QStringLiteral("noop")});
+    NewPlan({QStringLiteral("a much longer name"), QStringLiteral("fail"), QStringLiteral("why")});
+    const QStringList lines = Agent({QStringLiteral("plans")}).out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    QCOMPARE(lines.size(), 3);
+    const int taskColumn = lines[0].indexOf(QStringLiteral("TASK"));
+    QVERIFY(taskColumn > 0);
+    QCOMPARE(lines[1].indexOf(QRegularExpression(QStringLiteral("(noop|fail why)"))), taskColumn);
+    QCOMPARE(lines[2].indexOf(QRegularExpression(QStringLiteral("(noop|fail why)"))), taskColumn);
+    for (const QString& line : lines)
+        QVERIFY2(!line.endsWith(QLatin1Char(' ')), qPrintable(line));
+}
+
+void tst_Apps::usageErrors_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("message");
+
+    QTest::newRow("no command at all") << QStringList{} << "no command given";
+    QTest::newRow("an unknown command") << QStringList{"frobnicate"} << "unknown command 'frobnicate'";
+    QTest::newRow("an argument too many") << QStringList{"plans", "x"} << "wrong number of arguments for 'plans'";
+    QTest::newRow("an option of another command") << QStringList{"plans", "--all"}
+                                                  << "option --all does not apply to 'plans'";
+    QTest::newRow("a start time in another format") << QStringList{"new", "a", "noop", "--start", "03.02.2031"}
+                                                    << "--start wants a time";
+    QTest::newRow("a week day out of range") << QStringList{"new", "a", "noop", "--week-days", "1,8"}
+                                             << "--week-days wants a list of days 1 to 7";
+    QTest::newRow("an end before the start")
+        << QStringList{"new", "a", "noop", "--start", "2031-01-02 00:00:00", "--end", "2031-01-01 00:00:00"}
+        << "--end is before --start";
+    QTest::newRow("a timeout of zero") << QStringList{"--timeout", "0", "status"} << "--timeout wants";
+    QTest::newRow("an edit that changes nothing") << QStringList{"edit", "x"} << "nothing to change";
+    QTest::newRow("a flag that is neither 0 nor 1") << QStringList{"email", "set", "--enable", "2"}
+                                                    << "--enable wants 0 or 1";
+    QTest::newRow("email show with a setting") << QStringList{"email", "show", "--subject", "x"}
+                                               << "does not apply to 'email show'";
+    QTest::newRow("journal uuids and --all together") << QStringList{"journal-delete", "abcd", "--all"}
+                                                      << "journal uuids or --all";
+    QTest::newRow("TCP without its switch in the configuration")
+        << QStringList{"--tcp", "--config", "/nonexistent/agent.ini", "status"} << "tcp_server_code=88";
+}
+
+void tst_Apps::usageErrors()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, message);
+    const AgentRun run = Agent(arguments);
+    QCOMPARE(run.code, 1);
+    QVERIFY(run.out.isEmpty());
+    QVERIFY2(run.err.startsWith(QStringLiteral("backupframe-agent: ")) && run.err.contains(message), qPrintable(run.err));
+    QVERIFY(run.err.contains(QStringLiteral("--help")));
+}
+
+void tst_Apps::refusals_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("message");
+
+    QTest::newRow("an unknown plan") << QStringList{"run", "nosuch"} << 2
+                                     << "plan not found: no plan has the uuid, uuid prefix or name 'nosuch'";
+    QTest::newRow("a name that two plans share") << QStringList{"delete", "twin"} << 1 << "'twin' names 2 plans";
+    QTest::newRow("a new plan with an unknown operation") << QStringList{"new", "x", "nosuch"} << 2
+                                                          << "cannot create plan 'x': unknown operation";
+    QTest::newRow("an edit to an unknown operation") << QStringList{"edit", "solo", "--operation", "nosuch"} << 2
+                                                     << "cannot edit plan 'solo': unknown operation";
+    QTest::newRow("a cancel of an idle plan") << QStringList{"cancel", "solo"} << 2
+                                              << "cannot cancel plan 'solo': plan is not running";
+    QTest::newRow("an unknown journal") << QStringList{"journal-delete", "ffffffff-0000"} << 2
+                                        << "journal not found";
+}
+
+void tst_Apps::refusals()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(int, code);
+    QFETCH(QString, message);
+    NewPlan({QStringLiteral("twin"), QStringLiteral("noop")});
+    NewPlan({QStringLiteral("twin"), QStringLiteral("noop")});
+    NewPlan({QStringLiteral("solo"), QStringLiteral("noop")});
+
+    const AgentRun run = Agent(arguments);
+    QCOMPARE(run.code, code);
+    QVERIFY(run.out.isEmpty());
+    QVERIFY2(run.err.startsWith(QStringLiteral("backupframe-agent: ")) && run.err.contains(message), qPrintable(run.err));
+    QCOMPARE(Count(QStringLiteral("tb_schemes")), 3);
+    QCOMPARE(Row(QStringLiteral("SELECT t.operation_register_name FROM tb_schemes s JOIN tb_tasks t "
+                                "ON s.task_name=t.task_name WHERE s.plan_name='solo'")),
+             QStringList{QStringLiteral("noop")});
+}
+
+void tst_Apps::stoppedServiceGivesOneLine()
+{
+    StopScheduler(m_scheduler);
+    const QString line = QStringLiteral("backupframe-agent: no scheduler answers on '%1' "
+                                        "(nothing serves it; is the scheduler running?)\n").arg(m_serverName);
+    for (const QStringList& arguments : {QStringList{"status"}, QStringList{"plans"}, QStringList{"run", "x"}}) {
+        const AgentRun run = Agent(QStringList{QStringLiteral("--timeout"), QStringLiteral("3")} + arguments);
+        QCOMPARE(run.code, 3);
+        QCOMPARE(run.err, line);
+        QVERIFY(run.out.isEmpty());
+        QVERIFY2(run.elapsedMs < 10000, qPrintable(QString::number(run.elapsedMs)));
+    }
+}
+
+void tst_Apps::silentServiceTimesOut()
+{
+    // Accepts connections and never answers.
+    QLocalServer silent;
+    const QString name = uniqueName();
+    QVERIFY(silent.listen(name));
+    const AgentRun run = Agent({QStringLiteral("--server-name"), name, QStringLiteral("--timeout"),
+                                QStringLiteral("1"), QStringLiteral("plans")});
+    QCOMPARE(run.code, 3);
+    QCOMPARE(run.err, QStringLiteral("backupframe-agent: no scheduler answers on '%1' (no answer within 1 s)\n").arg(name));
+    QVERIFY2(run.elapsedMs >= 1000 && run.elapsedMs < 8000, qPrintable(QString::number(run.elapsedMs)));
+}
+
+void tst_Apps::restartKeepsPlansAndJournals()
+{
+    const QString uuid = NewPlan({QStringLiteral("keep"), QStringLiteral("noop")});
+    QCOMPARE(Agent({QStringLiteral("run"), uuid}).code, 0);
+    StopScheduler(m_scheduler);
+    QVERIFY(StartScheduler(m_scheduler, m_dataDir));
+
+    const QJsonArray plans = AgentJson({QStringLiteral("plans")}).array();
+    QCOMPARE(plans.size(), 1);
+    QCOMPARE(plans[0].toObject().value("uuid").toString(), uuid);
+    QCOMPARE(plans[0].toObject().value("name").toString(), QStringLiteral("keep"));
+    QCOMPARE(plans[0].toObject().value("status").toString(), QStringLiteral("Succeeded"));
+    const QJsonArray journals = AgentJson({QStringLiteral("journals"), QStringLiteral("keep")}).array();
+    QCOMPARE(journals.size(), 1);
+    QCOMPARE(journals[0].toObject().value("result").toString(), QStringLiteral("Succeeded"));
+}
+
+void tst_Apps::twoAgentsAtOnce()
+{
+    QProcess left;
+    QProcess right;
+    QElapsedTimer clock;
+    clock.start();
+    StartAgent(left, {QStringLiteral("new"), QStringLiteral("left"), QStringLiteral("noop")});
+    StartAgent(right, {QStringLiteral("new"), QStringLiteral("right"), QStringLiteral("sleep"), QStringLiteral("5")});
+    QCOMPARE(Finish(left, clock).code, 0);
+    QCOMPARE(Finish(right, clock).code, 0);
+
+    QStringList names;
+    for (const QJsonValue& plan : AgentJson({QStringLiteral("plans")}).array())
+        names << plan.toObject().value("name").toString();
+    names.sort();
+    QCOMPARE(names, (QStringList{"left", "right"}));
+}
+
+void tst_Apps::secondServiceOnTheSameNameRefuses()
+{
+    QProcess second;
+    QVERIFY(!StartScheduler(second, m_dir->filePath(QStringLiteral("other"))));
+    QTRY_COMPARE_WITH_TIMEOUT(second.state(), QProcess::NotRunning, 10000);
+    QCOMPARE(second.exitStatus(), QProcess::NormalExit);
+    QVERIFY(second.exitCode() != 0);
+    QVERIFY(second.readAllStandardError().contains("already serves"));
+    QCOMPARE(Agent({QStringLiteral("status")}).code, 0);
+}
+
+void tst_Apps::garbagePayloadIsRejected_data()
+{
+    QTest::addColumn<quint64>("type");
+    QTest::addColumn<QByteArray>("payload");
+
+    const QByteArray valid = validNewPlanPayload();
+    QTest::newRow("random bytes as a new plan") << quint64(NewOperationType) << randomBytes(64);
+    QTest::newRow("a new plan cut short by one byte") << quint64(NewOperationType) << valid.left(valid.size() - 1);
+    QTest::newRow("a new plan with one byte too many") << quint64(NewOperationType) << valid + QByteArray(1, '\0');
+    QTest::newRow("a new plan without any payload") << quint64(NewOperationType) << QByteArray();
+    QTest::newRow("random bytes as an edit") << quint64(EditOperationType) << randomBytes(64);
+    QTest::newRow("random bytes as e-mail settings") << quint64(EmailConfigUpdateType) << randomBytes(64);
+    QTest::newRow("random bytes as a journal list") << quint64(DeleteSelectJournalType) << randomBytes(64);
+}
+
+void tst_Apps::garbagePayloadIsRejected()
+{
+    QFETCH(quint64, type);
+    QFETCH(QByteArray, payload);
+    const QString uuid = NewPlan({QStringLiteral("target"), QStringLiteral("noop")});
+    QCOMPARE(Agent({QStringLiteral("run"), uuid}).code, 0);
+    const QStringList before = Row(QStringLiteral("SELECT * FROM tb_schemes"));
+
+    std::unique_ptr<CommCommand, void (*)(CommCommand*)> command(CommandBuilder::BuilderCommand(type),
+                                                                 &CommandBuilder::DestroyCommand);
+    auto* request = dynamic_cast<RequestCommand*>(command.get());
+    QVERIFY(request);
+    request->getObjectCommunAttribute().setProtocolType(CommunAttribute::LocalProtocol);
+    request->getObjectCommunAttribute().setDestSvrNameIp(m_serverName);
+    request->setPlanUuid(uuid);
+    request->setPlanName(QStringLiteral("garbage"));
+    request->setRequestData(payload);
+    const QByteArray reply = rawExchange(m_serverName, *request);
+    QVERIFY2(reply.size() >= 16, "no answer");
+
+    std::unique_ptr<CommCommand, void (*)(CommCommand*)> answer(CommandBuilder::BytearrayToCommand(reply),
+                                                                &CommandBuilder::DestroyCommand);
+    auto* result = dynamic_cast<ResultCommand*>(answer.get());
+    QVERIFY(result);
+    QCOMPARE(result->getSendCommandType(), type);
+    QCOMPARE(SchedulerProtocol::ErrorNumberOf(result->getUintResult()), quint32(SchedulerProtocol::BadPayload));
+
+    QCOMPARE(Count(QStringLiteral("tb_schemes")), 1);
+    QCOMPARE(Row(QStringLiteral("SELECT * FROM tb_schemes")), before);
+    QCOMPARE(Count(QStringLiteral("tb_Journals")), 1);
+    QVERIFY(!QFile::exists(QDir(m_dataDir).filePath(QStringLiteral("email.ini"))));
+    QCOMPARE(Agent({QStringLiteral("status")}).code, 0);
+}
+
+void tst_Apps::tcpTransport()
+{
+    QTcpServer probe;   // a port that is free right now
+    QVERIFY(probe.listen(QHostAddress::LocalHost));
+    const quint16 port = probe.serverPort();
+    probe.close();
+    const QString config = m_dir->filePath(QStringLiteral("tcp.ini"));
+    QFile file(config);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(QStringLiteral("[Network]\ntcp_server_code=88\ntcp_server_port=%1\n").arg(port).toUtf8());
+    file.close();
+
+    StopScheduler(m_scheduler);
+    QVERIFY(StartScheduler(m_scheduler, m_dataDir, {QStringLiteral("--config"), config, QStringLiteral("--tcp")}));
+    const AgentRun created = Agent({QStringLiteral("--tcp"), QStringLiteral("--config"), config, QStringLiteral("new"),
+                                    QStringLiteral("remote"), QStringLiteral("noop")});
+    QCOMPARE(created.code, 0);
+    const QJsonArray plans = AgentJson({QStringLiteral("plans")}).array();   // over the local socket
+    QCOMPARE(plans.size(), 1);
+    QCOMPARE(plans[0].toObject().value("uuid").toString(), created.out.trimmed());
+}
+
+QTEST_GUILESS_MAIN(tst_Apps)
+#include "tst_apps.moc"
