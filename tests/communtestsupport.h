@@ -9,9 +9,11 @@
 #include <QAtomicInt>
 #include <QCoreApplication>
 #include <QDataStream>
+#include <QEvent>
 #include <QHostAddress>
 #include <QMutex>
 #include <QMutexLocker>
+#include <QSemaphore>
 #include <QStringList>
 #include <QTest>
 #include <QThread>
@@ -126,28 +128,63 @@ inline quint32 numberOf(const QByteArray& package)
     return n;
 }
 
-// Runs the function on the object's thread and waits for it.
+// Runs one function on the thread of the object it is posted to. The function, and all it
+// captured, is destroyed on that thread as well, so nothing it owns changes threads twice.
+class FunctionRunner : public QObject
+{
+public:
+    static QEvent::Type eventType()
+    {
+        static const int type = QEvent::registerEventType();
+        return static_cast<QEvent::Type>(type);
+    }
+
+    FunctionRunner(std::function<void()> function, QSemaphore* done)
+        : m_function(std::move(function))
+        , m_done(done)
+    {
+    }
+
+    bool event(QEvent* event) override
+    {
+        if (event->type() != eventType())
+            return QObject::event(event);
+        m_function();
+        m_function = nullptr;
+        if (m_done)
+            m_done->release();
+        deleteLater();
+        return true;
+    }
+
+    // Hands the runner to the object's thread and starts it there.
+    void post(QObject* object)
+    {
+        moveToThread(object->thread());
+        auto* event = new QEvent(eventType());
+        tsanRelease();
+        QCoreApplication::postEvent(this, event);
+    }
+
+private:
+    std::function<void()> m_function;
+    QSemaphore* m_done;
+};
+
+// Runs the function on the object's thread (another one than the caller's) and waits for it.
 template <typename F>
 void runOn(QObject* object, F&& function)
 {
-    tsanRelease();
-    QMetaObject::invokeMethod(
-        object,
-        [&function] {
-            tsanAcquire();
-            function();
-            tsanRelease();
-        },
-        Qt::BlockingQueuedConnection);
-    tsanAcquire();
+    QSemaphore done;
+    (new FunctionRunner([&function] { function(); }, &done))->post(object);
+    done.acquire();
 }
 
 // Queues the function to the object's thread.
 template <typename F>
 void postTo(QObject* object, F&& function)
 {
-    tsanRelease();
-    QMetaObject::invokeMethod(object, std::forward<F>(function), Qt::QueuedConnection);
+    (new FunctionRunner(std::forward<F>(function), nullptr))->post(object);
 }
 
 // Answers every package with a ResultCommand (type 2001) that echoes the request data.
@@ -284,8 +321,7 @@ public:
     void setEndpoint(const CommunAttribute& attribute) { m_work->SetCommunAttribute(attribute); }
     void reconnect()
     {
-        tsanRelease();
-        QMetaObject::invokeMethod(m_work, "onreconnectServer", Qt::QueuedConnection);
+        postTo(m_work, [work = m_work] { work->onreconnectServer(); });
     }
     // Connects and waits for the outcome.
     bool connectTo(const CommunAttribute& attribute, int timeoutMs = 10000)
@@ -299,8 +335,10 @@ public:
     }
     void request(const QByteArray& bytes)
     {
-        tsanRelease();
-        QMetaObject::invokeMethod(m_work, "onRequestData", Qt::QueuedConnection, Q_ARG(QByteArray, bytes));
+        // onRequestData is private: reach it through the meta-object, on the worker's thread.
+        postTo(m_work, [work = m_work, bytes] {
+            QMetaObject::invokeMethod(work, "onRequestData", Qt::DirectConnection, Q_ARG(QByteArray, bytes));
+        });
     }
 
     QList<QByteArray> results;

@@ -1,7 +1,6 @@
 #include "command/qstringlistdata.h"
 
-#include <QByteArray>
-#include <QDataStream>
+#include "command/ownedlist.h"
 
 QstringListData::QstringListData() = default;
 
@@ -27,31 +26,17 @@ void QstringListData::formother(const QstringListData& other)
 
 void QstringListData::Write(QDataStream& out)
 {
-    if (m_qstringList.isEmpty()) {
-        out << QByteArray();
-        return;
-    }
-    // The inner stream keeps QDataStream's default version on purpose.
-    QByteArray list;
-    QDataStream inner(&list, QIODevice::WriteOnly);
-    for (const QString& text : qAsConst(m_qstringList))
-        inner << text;
-    out << list;
+    OwnedList::WriteNested(out, m_qstringList, [](QDataStream& inner, const QString& text) { inner << text; });
 }
 
 void QstringListData::Read(QDataStream& in)
 {
-    QByteArray list;
-    in >> list;
-    if (list.size() <= 0)
-        return;
-    QDataStream inner(&list, QIODevice::ReadOnly);
-    while (!inner.atEnd()) {
+    OwnedList::ReadNested(in, [this](QDataStream& inner) {
         QString text;
         inner >> text;
         if (!m_qstringList.contains(text))
             m_qstringList.append(text);
-    }
+    });
 }
 
 QList<QString> QstringListData::getQstringList() const { return m_qstringList; }

@@ -1,9 +1,7 @@
 #include "command/resultloadjournalsdata.h"
 
+#include "command/ownedlist.h"
 #include "model/journalattribute.h"
-
-#include <QByteArray>
-#include <QDataStream>
 
 ResultLoadJournalsData::ResultLoadJournalsData() = default;
 
@@ -27,55 +25,15 @@ ResultLoadJournalsData::~ResultLoadJournalsData()
     clean();
 }
 
-void ResultLoadJournalsData::clean()
-{
-    for (JournalAttribute* journal : qAsConst(m_journalAttrList))
-        delete journal;
-    m_journalAttrList.clear();
-}
+void ResultLoadJournalsData::clean() { OwnedList::Clean(m_journalAttrList); }
 
 void ResultLoadJournalsData::copy(const QList<JournalAttribute*>& journalAttrList)
 {
-    for (const JournalAttribute* source : journalAttrList) {
-        // A null entry copies as a null entry; Write skips it.
-        JournalAttribute* journal = nullptr;
-        if (source != nullptr) {
-            journal = new JournalAttribute();
-            *journal = *source;
-        }
-        m_journalAttrList.append(journal);
-    }
+    OwnedList::Copy(m_journalAttrList, journalAttrList);
 }
 
-void ResultLoadJournalsData::Write(QDataStream& out)
-{
-    if (m_journalAttrList.isEmpty()) {
-        out << QByteArray();
-        return;
-    }
-    // The inner stream keeps QDataStream's default version on purpose.
-    QByteArray list;
-    QDataStream inner(&list, QIODevice::WriteOnly);
-    for (const JournalAttribute* journal : qAsConst(m_journalAttrList)) {
-        if (journal != nullptr)
-            journal->Write(inner);
-    }
-    out << list;
-}
-
-void ResultLoadJournalsData::Read(QDataStream& in)
-{
-    QByteArray list;
-    in >> list;
-    if (list.size() <= 0)
-        return;
-    QDataStream inner(&list, QIODevice::ReadOnly);
-    while (!inner.atEnd()) {
-        auto* journal = new JournalAttribute();
-        journal->Read(inner);
-        m_journalAttrList.append(journal);
-    }
-}
+void ResultLoadJournalsData::Write(QDataStream& out) { OwnedList::Write(out, m_journalAttrList); }
+void ResultLoadJournalsData::Read(QDataStream& in) { OwnedList::Read(in, m_journalAttrList); }
 
 QList<JournalAttribute*> ResultLoadJournalsData::getJournalAttrList() const { return m_journalAttrList; }
 QList<JournalAttribute*>& ResultLoadJournalsData::getObjectJournalAttrList() { return m_journalAttrList; }

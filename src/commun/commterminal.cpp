@@ -7,6 +7,8 @@
 #include <QMetaType>
 #include <QMutexLocker>
 
+#include <new>
+
 CommTerminal::CommTerminal(QObject* parent)
     : QObject(parent)
     , m_socket(nullptr)
@@ -47,7 +49,11 @@ bool CommTerminal::SendData(const QByteArray& bytes)
     }
     presult->GetChannelCommandInfo(m_channelCommand);
     presult->setResultData(bytes);
-    auto* ppackage = new SocketCommandPackage;
+    auto* ppackage = new (std::nothrow) SocketCommandPackage;
+    if (!ppackage) {
+        CommandBuilder::DestroyCommand(presult);
+        return false;
+    }
     ppackage->setPackageKind(SocketCommandPackage::ResultPackage);
     ppackage->setSocket(m_socket);
     if (m_channelCommand)

@@ -10,6 +10,8 @@
 
 #include <log4cpp/Category.hh>
 
+#include <new>
+
 namespace {
 // The configuration value that switches the TCP transport on; fixed on purpose.
 const unsigned short kTcpEnabledCode = 88;
@@ -70,7 +72,9 @@ bool CommunClientWork::Init()
     {
         QMutexLocker locker(&m_recvMutex);
         delete m_recvSink;
-        m_recvSink = new SocketSinkData;
+        m_recvSink = new (std::nothrow) SocketSinkData;
+        if (!m_recvSink)
+            return false;
     }
     qRegisterMetaType<QLocalSocket::LocalSocketError>("QLocalSocket::LocalSocketError");
     qRegisterMetaType<QAbstractSocket::SocketError>("QAbstractSocket::SocketError");
@@ -99,7 +103,9 @@ void CommunClientWork::SetCommunAttribute(const CommunAttribute& attribute)
 bool CommunClientWork::CreateSocket()
 {
     if (!m_localSocket) {
-        m_localSocket = new QLocalSocket(this);
+        m_localSocket = new (std::nothrow) QLocalSocket(this);
+        if (!m_localSocket)
+            return false;
         m_localSocket->setReadBufferSize(kSocketReadBufferSize);
         connect(m_localSocket, &QLocalSocket::connected, this, &CommunClientWork::onconnected,
                 Qt::QueuedConnection);
@@ -111,7 +117,9 @@ bool CommunClientWork::CreateSocket()
                 Qt::QueuedConnection);
     }
     if (ConfigReader::getTcpServerCode() == kTcpEnabledCode && !m_tcpSocket) {
-        m_tcpSocket = new QTcpSocket(this);
+        m_tcpSocket = new (std::nothrow) QTcpSocket(this);
+        if (!m_tcpSocket)
+            return false;
         m_tcpSocket->setReadBufferSize(kSocketReadBufferSize);
         connect(m_tcpSocket, &QTcpSocket::connected, this, &CommunClientWork::onconnected, Qt::QueuedConnection);
         connect(m_tcpSocket, &QTcpSocket::readyRead, this, &CommunClientWork::onreadyRead, Qt::QueuedConnection);
@@ -247,7 +255,7 @@ void CommunClientWork::onRequestData(QByteArray bytes)
     }
     if (!SendRequestData(bytes))
         logError("Client send request data failed in the onRequestData.");
-    bytes.clear();
+    bytes = QByteArray();   // clear(); kept inline like SocketSinkData::Clear
 }
 
 void CommunClientWork::onreadyRead()

@@ -12,6 +12,8 @@
 
 #include <log4cpp/Category.hh>
 
+#include <new>
+
 namespace {
 const int kQueueCapacity = 1000;
 
@@ -56,7 +58,9 @@ bool CommunProducer::Produce(CommCommand* pcommand, void* psocket, quint64 proto
 {
     if (!pcommand)
         return false;
-    auto* ppackage = new SocketCommandPackage;
+    auto* ppackage = new (std::nothrow) SocketCommandPackage;
+    if (!ppackage)
+        return false;
     ppackage->setPackageKind(packageKind);
     ppackage->setSocket(static_cast<QIODevice*>(psocket));
     ppackage->setProtocolType(protocolType);

@@ -10,6 +10,8 @@
 
 #include <log4cpp/Category.hh>
 
+#include <new>
+
 namespace {
 const int kProbeTimeoutMs = 3000;
 
@@ -260,7 +262,11 @@ void CommunServer::onnewConnection()
     // A dead socket may have left a send list under the same address; a new
     // connection has nothing in flight.
     EraseSendSinkDataList(psocket);
-    auto* psink = new SocketSinkData;
+    auto* psink = new (std::nothrow) SocketSinkData;
+    if (!psink) {
+        logError("Server new receive CommunSinkData failed in the onnewConnection.");
+        return;
+    }
     if (!InsertRecvSinkData(psocket, psink)) {
         delete psink;
         svrdisconnected(psocket);

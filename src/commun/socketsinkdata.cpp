@@ -69,7 +69,9 @@ void SocketSinkData::Clear()
 {
     m_packageSize = 0;
     m_progress = 0;
-    m_data.clear();
+    // Same as clear(), but the release of the shared buffer stays in inline code, where
+    // a thread sanitizer sees it; the buffer may be shared with the thread that queued it.
+    m_data = QByteArray();
 }
 
 QByteArray& SocketSinkData::RemoveData(int position, int length)
