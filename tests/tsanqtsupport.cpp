@@ -1,21 +1,15 @@
-// Only in ThreadSanitizer builds: tells the sanitizer about the hand-overs that happen
-// inside the (uninstrumented) Qt libraries, so that its reports are about this code.
-//  - QMutex and QSemaphore are implemented out of line in QtCore: the calls that this
-//    code makes are wrapped so that a lock or an acquire synchronises with the unlock or
-//    release before it. (Qt's own internal locking stays invisible.)
-//  - A queued slot call crosses threads through Qt's event queue: every signal emission
-//    releases one token and every delivered event acquires it (coarse, but it only
-//    orders what a queued call really orders or more).
-//  - Memory functions called from inside Qt and GLib are not checked (their hand-overs
-//    are invisible); code of this project that they call back into is checked as usual.
-// Test code that posts work to another thread itself releases the token with tsanRelease().
+// Only in ThreadSanitizer builds: tells the sanitizer about the hand-overs that happen inside
+// the uninstrumented Qt libraries, so that its reports are about this code.
+//  - The QMutex and QSemaphore calls made by this code and the library are wrapped so that a
+//    lock or an acquire synchronises with the unlock or release before it.
+//  - A queued call crosses threads through Qt's event queue: every signal emission (and every
+//    tsanRelease of test code that posts to another thread) releases one token, and every
+//    delivered event acquires it. Coarse, but it orders only what the queue orders or more.
+//  - Memory functions called from inside Qt and GLib are not checked.
 
 #if defined(__SANITIZE_THREAD__)
 
 #include <QCoreApplication>
-#include <QEvent>
-#include <QObject>
-
 #include <QMutex>
 #include <QSemaphore>
 
@@ -40,6 +34,7 @@ const char* __tsan_default_suppressions()
 namespace {
 char g_eventToken;
 
+// The layout of Qt's private QSignalSpyCallbackSet.
 struct SignalSpyCallbackSet {
     void (*signal_begin_callback)(QObject*, int, void**);
     void (*slot_begin_callback)(QObject*, int, void**);
@@ -47,31 +42,23 @@ struct SignalSpyCallbackSet {
     void (*slot_end_callback)(QObject*, int);
 };
 
-void releaseOnEmit(QObject*, int, void**)
+SignalSpyCallbackSet g_callbacks = {[](QObject*, int, void**) { __tsan_release(&g_eventToken); }, nullptr,
+                                    [](QObject*, int) { __tsan_release(&g_eventToken); }, nullptr};
+
+const bool g_registered = [] {
+    qt_register_signal_spy_callbacks(reinterpret_cast<QSignalSpyCallbackSet*>(&g_callbacks));
+    QInternal::registerCallback(QInternal::EventNotifyCallback, [](void**) {
+        __tsan_acquire(&g_eventToken);
+        return false;   // never consume the event
+    });
+    return true;
+}();
+
+template <typename F>
+F real(const char* symbol)
 {
-    __tsan_release(&g_eventToken);
+    return reinterpret_cast<F>(dlsym(RTLD_NEXT, symbol));
 }
-
-void releaseAfterEmit(QObject*, int)
-{
-    __tsan_release(&g_eventToken);
-}
-
-bool acquireOnDelivery(void**)
-{
-    __tsan_acquire(&g_eventToken);
-    return false;   // never consume the event
-}
-
-SignalSpyCallbackSet g_callbacks = {releaseOnEmit, nullptr, releaseAfterEmit, nullptr};
-
-struct Register {
-    Register()
-    {
-        qt_register_signal_spy_callbacks(reinterpret_cast<QSignalSpyCallbackSet*>(&g_callbacks));
-        QInternal::registerCallback(QInternal::EventNotifyCallback, acquireOnDelivery);
-    }
-} g_register;
 } // namespace
 
 void tsanRelease()
@@ -79,31 +66,11 @@ void tsanRelease()
     __tsan_release(&g_eventToken);
 }
 
-void tsanAcquire()
-{
-    __tsan_acquire(&g_eventToken);
-}
-
-template <typename F>
-F real(const char* symbol)
-{
-    return reinterpret_cast<F>(dlsym(RTLD_NEXT, symbol));
-}
-
 void QMutex::lock() QT_MUTEX_LOCK_NOEXCEPT
 {
     static const auto next = real<void (*)(QMutex*)>("_ZN6QMutex4lockEv");
     next(this);
     __tsan_acquire(this);
-}
-
-bool QMutex::tryLock(int timeout) QT_MUTEX_LOCK_NOEXCEPT
-{
-    static const auto next = real<bool (*)(QMutex*, int)>("_ZN6QMutex7tryLockEi");
-    const bool locked = next(this, timeout);
-    if (locked)
-        __tsan_acquire(this);
-    return locked;
 }
 
 void QMutex::unlock() noexcept
@@ -129,15 +96,6 @@ bool QSemaphore::tryAcquire(int n)
     return acquired;
 }
 
-bool QSemaphore::tryAcquire(int n, int timeout)
-{
-    static const auto next = real<bool (*)(QSemaphore*, int, int)>("_ZN10QSemaphore10tryAcquireEii");
-    const bool acquired = next(this, n, timeout);
-    if (acquired)
-        __tsan_acquire(this);
-    return acquired;
-}
-
 void QSemaphore::release(int n)
 {
     static const auto next = real<void (*)(QSemaphore*, int)>("_ZN10QSemaphore7releaseEi");
@@ -148,6 +106,5 @@ void QSemaphore::release(int n)
 #else
 
 void tsanRelease() {}
-void tsanAcquire() {}
 
 #endif

@@ -90,7 +90,6 @@ private slots:
     void emailSetKeepsTheOtherFields();
     void jsonForEveryCommand_data();
     void jsonForEveryCommand();
-    void tablesAreAligned();
     void usageErrors_data();
     void usageErrors();
     void refusals_data();
@@ -424,20 +423,6 @@ void tst_Apps::jsonForEveryCommand()
         QVERIFY2(document.object().contains(key), qPrintable(run.out));
 }
 
-void tst_Apps::tablesAreAligned()
-{
-    NewPlan({QStringLiteral("a"), QStringLiteral("noop")});
-    NewPlan({QStringLiteral("a much longer name"), QStringLiteral("fail"), QStringLiteral("why")});
-    const QStringList lines = Agent({QStringLiteral("plans")}).out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    QCOMPARE(lines.size(), 3);
-    const int taskColumn = lines[0].indexOf(QStringLiteral("TASK"));
-    QVERIFY(taskColumn > 0);
-    QCOMPARE(lines[1].indexOf(QRegularExpression(QStringLiteral("(noop|fail why)"))), taskColumn);
-    QCOMPARE(lines[2].indexOf(QRegularExpression(QStringLiteral("(noop|fail why)"))), taskColumn);
-    for (const QString& line : lines)
-        QVERIFY2(!line.endsWith(QLatin1Char(' ')), qPrintable(line));
-}
-
 void tst_Apps::usageErrors_data()
 {
     QTest::addColumn<QStringList>("arguments");
@@ -445,22 +430,15 @@ void tst_Apps::usageErrors_data()
 
     QTest::newRow("no command at all") << QStringList{} << "no command given";
     QTest::newRow("an unknown command") << QStringList{"frobnicate"} << "unknown command 'frobnicate'";
-    QTest::newRow("an argument too many") << QStringList{"plans", "x"} << "wrong number of arguments for 'plans'";
     QTest::newRow("an option of another command") << QStringList{"plans", "--all"}
                                                   << "option --all does not apply to 'plans'";
     QTest::newRow("a start time in another format") << QStringList{"new", "a", "noop", "--start", "03.02.2031"}
                                                     << "--start wants a time";
-    QTest::newRow("a week day out of range") << QStringList{"new", "a", "noop", "--week-days", "1,8"}
-                                             << "--week-days wants a list of days 1 to 7";
     QTest::newRow("an end before the start")
         << QStringList{"new", "a", "noop", "--start", "2031-01-02 00:00:00", "--end", "2031-01-01 00:00:00"}
         << "--end is before --start";
-    QTest::newRow("a timeout of zero") << QStringList{"--timeout", "0", "status"} << "--timeout wants";
-    QTest::newRow("an edit that changes nothing") << QStringList{"edit", "x"} << "nothing to change";
     QTest::newRow("a flag that is neither 0 nor 1") << QStringList{"email", "set", "--enable", "2"}
                                                     << "--enable wants 0 or 1";
-    QTest::newRow("email show with a setting") << QStringList{"email", "show", "--subject", "x"}
-                                               << "does not apply to 'email show'";
     QTest::newRow("journal uuids and --all together") << QStringList{"journal-delete", "abcd", "--all"}
                                                       << "journal uuids or --all";
     QTest::newRow("TCP without its switch in the configuration")

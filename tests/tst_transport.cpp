@@ -4,127 +4,277 @@
 
 #include "communtestsupport.h"
 
+#include <QDataStream>
 #include <QLocalSocket>
 #include <QPointer>
+#include <QRegularExpression>
+#include <QSemaphore>
 #include <QSettings>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
+#include <QThread>
 #include <QtTest>
 
+#include <algorithm>
+#include <functional>
 #include <memory>
 
 using namespace communtest;
 
 namespace {
 
-// The host's concrete client manager: encodes what the queue announces and hands the bytes on.
-class HostManager : public ClientCommunManager
+// Carries a function to another thread through a queued signal: the sanitizer support
+// orders an emission before its delivery, and the signal goes only once all is set up.
+class Caller : public QObject
 {
     Q_OBJECT
 
+signals:
+    void call();
+};
+
+// Runs the function on the object's thread (not the caller's); waits for it unless told not to.
+template <typename F>
+void runOn(QObject* object, F function, bool wait = true)
+{
+    QSemaphore done;
+    Caller caller;
+    QObject::connect(&caller, &Caller::call, object, [function, &done, wait] {
+        function();
+        if (wait)
+            done.release();
+    }, Qt::QueuedConnection);
+    emit caller.call();
+    if (wait)
+        done.acquire();
+}
+
+QByteArray encode(CommCommand* command)
+{
+    QByteArray bytes;
+    CommandBuilder::CommandToBytearray(command, bytes);
+    return bytes;
+}
+
+// A request package carrying the number n in its request data.
+QByteArray numberedPackage(quint32 n)
+{
+    RequestCommand request(CustomCommandType);
+    QByteArray data;
+    QDataStream(&data, QIODevice::WriteOnly) << n;
+    request.setRequestData(data);
+    return encode(&request);
+}
+
+// The number in a request's request data or a result's result data.
+quint32 numberOf(const QByteArray& package)
+{
+    CommCommand* command = CommandBuilder::BytearrayToCommand(package);
+    quint32 n = 0xFFFFFFFFu;
+    if (auto* request = dynamic_cast<RequestCommand*>(command))
+        QDataStream(request->getRequestData()) >> n;
+    else if (auto* result = dynamic_cast<ResultCommand*>(command))
+        QDataStream(result->getResultData()) >> n;
+    CommandBuilder::DestroyCommand(command);
+    return n;
+}
+
+// Answers with a ResultCommand that echoes the request data.
+void echo(CommunServer* server, QIODevice* socket, const QByteArray& package)
+{
+    CommCommand* command = CommandBuilder::BytearrayToCommand(package);
+    ResultCommand result(2001);
+    result.GetRequestCommandInfo(*command);
+    if (auto* request = dynamic_cast<RequestCommand*>(command))
+        result.setResultData(request->getRequestData());
+    CommandBuilder::DestroyCommand(command);
+    server->SendResult(socket, encode(&result));
+}
+
+// A CommunServer on its own thread; the handler runs there for every package.
+class ServerOnThread
+{
 public:
-    void SetConnectAttribute(const CommunAttribute& attribute) override
+    using Handler = std::function<void(CommunServer*, QIODevice*, const QByteArray&)>;
+
+    explicit ServerOnThread(Handler handler = echo) : m_handler(std::move(handler))
     {
-        QMutexLocker locker(&m_mutex);
-        m_communAttribute = attribute;
+        m_thread.start();
+        m_server = new CommunServer;
+        m_server->moveToThread(&m_thread);
     }
-    void DealRequestCommand(CommCommand* command) override
+    ~ServerOnThread()
     {
-        {
-            QMutexLocker locker(&m_mutex);
-            dealtOn = QThread::currentThread();
-            dealtTraceFlag = command->getTraceFlag();
-        }
-        QByteArray bytes;
-        CommandBuilder::CommandToBytearray(command, bytes);
-        emit requestBytes(bytes);
+        runOn(m_server, [this] {
+            m_server->UnInit();
+            delete m_server;
+        });
+        m_thread.quit();
+        m_thread.wait();
     }
-    void listenTo(CommunProducerConsumerManager* dispatch)
+
+    // Local: a fresh name unless one is given. TCP: 127.0.0.1, a free port unless one is given.
+    bool start(quint64 protocol, const QString& name = QString(), quint16 port = 0)
+    {
+        m_name = name.isEmpty() ? uniqueName("server") : name;
+        bool ok = false;
+        runOn(m_server, [&] {
+            QObject::connect(m_server, &CommunServer::incomingBlockData, m_server,
+                             [this](quint64, QIODevice* socket, QByteArray bytes) {
+                                 m_handler(m_server, socket, bytes);
+                                 m_received.fetchAndAddOrdered(1);
+                             });
+            ok = m_server->Init(CommunAttribute::CommProtocolType(protocol))
+                 && (protocol == CommunAttribute::TcpProtocol ? m_server->StartTcp(port, QHostAddress::LocalHost)
+                                                              : m_server->Start(m_name, 0));
+            m_port = m_server->getTcpServerPort();
+        });
+        m_endpoint.setProtocolType(protocol);
+        m_endpoint.setDestSvrNameIp(protocol == CommunAttribute::TcpProtocol ? QStringLiteral("127.0.0.1") : m_name);
+        m_endpoint.setDestPort(m_port);
+        return ok;
+    }
+
+    CommunAttribute endpoint() const { return m_endpoint; }
+    CommunServer* server() const { return m_server; }
+    QString name() const { return m_name; }
+    quint16 port() const { return m_port; }
+    int received() const { return m_received.loadAcquire(); }
+
+private:
+    Handler m_handler;
+    QThread m_thread;
+    CommunServer* m_server = nullptr;
+    CommunAttribute m_endpoint;
+    QString m_name;
+    quint16 m_port = 0;
+    QAtomicInt m_received;
+};
+
+// A CommunClientWork on its own thread; what it signals is collected here.
+class ClientOnThread : public QObject
+{
+public:
+    ClientOnThread()
+    {
+        m_thread.start();
+        m_work = new CommunClientWork;
+        m_work->moveToThread(&m_thread);
+        connect(m_work, &CommunClientWork::returnResult, this, [this](QByteArray blocks) { results.append(blocks); });
+        connect(m_work, &CommunClientWork::hostConnected, this,
+                [this](quint64, QString, quint16, bool ok) { hosts.append(ok); });
+        connect(m_work, &CommunClientWork::firstConnected, this,
+                [this](quint64, QString, quint16, bool ok) { firsts.append(ok); });
+        runOn(m_work, [this] { initialised = m_work->Init(); });
+    }
+    ~ClientOnThread() override
+    {
+        runOn(m_work, [this] {
+            m_work->UnInit();
+            delete m_work;
+        });
+        m_thread.quit();
+        m_thread.wait();
+    }
+
+    // Starts a connection and waits for its outcome.
+    bool reconnect()
+    {
+        const int before = hosts.size();
+        tsanRelease();
+        QMetaObject::invokeMethod(m_work, "onreconnectServer", Qt::QueuedConnection);
+        return QTest::qWaitFor([&] { return hosts.size() > before; }, 10000) && hosts.last();
+    }
+    bool connectTo(const CommunAttribute& endpoint)
+    {
+        m_work->SetCommunAttribute(endpoint);
+        return reconnect();
+    }
+    void request(const QByteArray& bytes)
+    {
+        tsanRelease();   // onRequestData is private: reached through the meta-object
+        QMetaObject::invokeMethod(m_work, "onRequestData", Qt::QueuedConnection, Q_ARG(QByteArray, bytes));
+    }
+    bool roundTrip(quint32 n)
+    {
+        const int before = results.size();
+        request(numberedPackage(n));
+        return QTest::qWaitFor([&] { return results.size() > before; }, 5000) && numberOf(results.last()) == n;
+    }
+
+    bool initialised = false;
+    QList<QByteArray> results;
+    QList<bool> hosts;
+    QList<bool> firsts;
+
+private:
+    QThread m_thread;
+    CommunClientWork* m_work = nullptr;
+};
+
+// The host's client manager: encodes each command the queue announces and hands it to the client.
+class HostManager : public ClientCommunManager
+{
+public:
+    HostManager(CommunProducerConsumerManager* dispatch, ClientOnThread* client) : m_client(client)
     {
         connect(dispatch, &CommunProducerConsumerManager::dealQueuePackageCommand, this,
                 &HostManager::onDealQueuePackageCommand);
     }
-    QThread* dealtThread()
+    void SetConnectAttribute(const CommunAttribute& attribute) override { m_communAttribute = attribute; }
+    void DealRequestCommand(CommCommand* command) override
     {
-        QMutexLocker locker(&m_mutex);
-        return dealtOn;
+        traceFlag = command->getTraceFlag();
+        m_client->request(encode(command));
     }
-    QString traceFlag()
-    {
-        QMutexLocker locker(&m_mutex);
-        return dealtTraceFlag;
-    }
-
-signals:
-    void requestBytes(QByteArray bytes);
+    QString traceFlag;
 
 private:
-    QThread* dealtOn = nullptr;
-    QString dealtTraceFlag;
+    ClientOnThread* m_client;
 };
 
-// The answer of the server below: the request's envelope, result 0, the request data.
-QByteArray expectedAnswer(const CommCommand& request, const QByteArray& data)
+// The direct answer of answerTwice: the request's envelope, result 0, the request data.
+QByteArray expectedAnswer(const ChannelCommand& request)
 {
     ResultCommand result(2101);
     result.GetRequestCommandInfo(request);
     result.setUintResult(0);
-    result.setResultData(data);
+    result.setResultData(request.getRequestData());
     return encode(&result);
 }
 
-// Answers each channel command twice on the socket it came on: directly with SendResult,
+// Answers a channel command twice on the socket it came on: directly with SendResult,
 // then through a CommTerminal and its channelSendCommand.
 void answerTwice(CommunServer* server, QIODevice* socket, const QByteArray& bytes)
 {
     CommCommand* command = CommandBuilder::BytearrayToCommand(bytes);
-    auto* channel = dynamic_cast<ChannelCommand*>(command);
-    if (!channel) {
-        CommandBuilder::DestroyCommand(command);
-        return;
+    if (auto* channel = dynamic_cast<ChannelCommand*>(command)) {
+        server->SendResult(socket, expectedAnswer(*channel));
+        CommTerminal terminal;
+        QObject::connect(&terminal, &CommTerminal::channelSendCommand,
+                         [server](SocketCommandPackage* package, ResultCommand* result) {
+                             server->SendResult(package->getSocket(), encode(result));
+                             delete package;
+                             CommandBuilder::DestroyCommand(result);
+                         });
+        terminal.SocketCommandInfo(socket, channel);
+        terminal.SendData(QByteArray("from the terminal"));
     }
-    server->SendResult(socket, expectedAnswer(*channel, channel->getRequestData()));
-
-    CommTerminal terminal;
-    QObject::connect(&terminal, &CommTerminal::channelSendCommand,
-                     [server](SocketCommandPackage* package, ResultCommand* result) {
-                         server->SendResult(package->getSocket(), encode(result));
-                         delete package;
-                         CommandBuilder::DestroyCommand(result);
-                     });
-    terminal.SocketCommandInfo(socket, channel);
-    terminal.SendData(QByteArray("from the terminal"));
     CommandBuilder::DestroyCommand(command);
-}
-
-void echo(CommunServer* server, QIODevice* socket, const QByteArray& bytes)
-{
-    server->SendResult(socket, echoAnswer(bytes));
-}
-
-qint64 declaredLength(const QByteArray& package)
-{
-    qint64 length = 0;
-    QDataStream(package) >> length;
-    return length;
 }
 
 // A plain socket of the current transport, connected to the server; for peers that misbehave.
 std::unique_ptr<QIODevice> rawPeer(const ServerOnThread& server)
 {
-    if (server.endpoint().getProtocolType() == CommunAttribute::TcpProtocol) {
+    if (currentProtocol() == CommunAttribute::TcpProtocol) {
         auto socket = std::make_unique<QTcpSocket>();
         socket->connectToHost(QHostAddress::LocalHost, server.port());
-        if (!socket->waitForConnected(5000))
-            return nullptr;
-        return socket;
+        return socket->waitForConnected(5000) ? std::move(socket) : nullptr;
     }
     auto socket = std::make_unique<QLocalSocket>();
     socket->connectToServer(server.name());
-    if (!socket->waitForConnected(5000))
-        return nullptr;
-    return socket;
+    return socket->waitForConnected(5000) ? std::move(socket) : nullptr;
 }
 
 void abortPeer(QIODevice* peer)
@@ -135,26 +285,6 @@ void abortPeer(QIODevice* peer)
         local->abort();
 }
 
-bool waitWritten(QIODevice* peer)
-{
-    return QTest::qWaitFor([peer] { return peer->bytesToWrite() == 0; }, 5000);
-}
-
-bool roundTrip(ClientOnThread& client, quint32 n)
-{
-    const int before = client.results.size();
-    client.request(numberedPackage(n));
-    if (!QTest::qWaitFor([&] { return client.results.size() > before; }, 5000))
-        return false;
-    CommCommand* command = CommandBuilder::BytearrayToCommand(client.results.last());
-    auto* result = dynamic_cast<ResultCommand*>(command);
-    quint32 echoed = 0xFFFFFFFFu;
-    if (result)
-        QDataStream(result->getResultData()) >> echoed;
-    CommandBuilder::DestroyCommand(command);
-    return echoed == n;
-}
-
 } // namespace
 
 class tst_Transport : public QObject
@@ -162,9 +292,9 @@ class tst_Transport : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase_data();
+    void initTestCase_data() { addTransportRows(); }
     void initTestCase();
-    void init();
+    void init() { m_log.clear(); }
 
     void endToEnd();
     void firstConnectedOncePerEndpointHostConnectedEveryTime();
@@ -176,17 +306,12 @@ private slots:
     void misbehavingPeers();
     void answerToAVanishedPeerIsDropped();
     void clientRecoversAfterServerRestart();
-    void floodWhileTheServerIsBusy();
+    void floodArrivesOnceAndInOrder();
 
 private:
     QTemporaryDir m_dir;
     LogCapture m_log;
 };
-
-void tst_Transport::initTestCase_data()
-{
-    addTransportRows();
-}
 
 void tst_Transport::initTestCase()
 {
@@ -199,33 +324,19 @@ void tst_Transport::initTestCase()
     QCOMPARE(ConfigReader::getTcpServerCode(), static_cast<unsigned short>(88));
 }
 
-void tst_Transport::init()
-{
-    m_log.clear();
-}
-
 void tst_Transport::endToEnd()
 {
     ServerOnThread server(answerTwice);
     QVERIFY2(server.start(currentProtocol()), "server did not start");
-
+    ClientOnThread client;
+    QVERIFY(client.initialised);
+    QVERIFY2(client.connectTo(server.endpoint()), "client did not connect");
     CommunProducerConsumerManager dispatch;
+    HostManager manager(&dispatch, &client);
     QVERIFY(dispatch.Init());
     QVERIFY(dispatch.Start());
-    QThread managerThread;
-    managerThread.start();
-    auto* manager = new HostManager;
-    manager->moveToThread(&managerThread);
-    manager->listenTo(&dispatch);
 
-    ClientOnThread client;
-    QVERIFY(client.initialised());
-    QVERIFY2(client.connectTo(server.endpoint()), "client did not connect");
-    QVERIFY(connect(manager, SIGNAL(requestBytes(QByteArray)), client.work(), SLOT(onRequestData(QByteArray))));
-
-    CommCommand* command = CommandBuilder::BuilderCommand(ChannelCommandType);
-    auto* request = dynamic_cast<ChannelCommand*>(command);
-    QVERIFY(request);
+    auto* request = new ChannelCommand(ChannelCommandType);
     request->setCommunAttribute(server.endpoint());
     request->setPlanUuid(QStringLiteral("plan-42"));
     request->setPlanName(QStringLiteral("nightly"));
@@ -234,191 +345,113 @@ void tst_Transport::endToEnd()
     request->setRequestData(QByteArray::fromHex("00ff10ab"));
     ChannelCommand sent(*request);
     sent.CreateTraceFlag();
-
-    QVERIFY(ClientCommunManager::RequestCommunCommand(command));   // the queue owns it now
+    QVERIFY(ClientCommunManager::RequestCommunCommand(request));   // the queue owns it now
     QTRY_COMPARE_WITH_TIMEOUT(client.results.size(), 2, 10000);
+    dispatch.Stop();
+    dispatch.UnInit();
+    QCOMPARE(manager.traceFlag, QStringLiteral("[planUuid:plan-42,planName:nightly,commandType:ChannelCommand]"));
 
-    QCOMPARE(manager->dealtThread(), &managerThread);
-    QCOMPARE(manager->traceFlag(), QStringLiteral("[planUuid:plan-42,planName:nightly,commandType:ChannelCommand]"));
-
-    // The direct answer, byte for byte (a tail of the next package may ride along).
-    const QByteArray direct = client.results.at(0);
-    QVERIFY(declaredLength(direct) <= direct.size());
-    QCOMPARE(direct.left(declaredLength(direct)).toHex(), expectedAnswer(sent, sent.getRequestData()).toHex());
+    // The direct answer, byte for byte (the terminal's may ride along as a tail).
+    const QByteArray expected = expectedAnswer(sent);
+    QCOMPARE(client.results.at(0).left(expected.size()).toHex(), expected.toHex());
 
     // The terminal's answer decodes to a ResultChannel for the same request.
     CommCommand* decoded = CommandBuilder::BytearrayToCommand(client.results.at(1));
-    auto* channelResult = dynamic_cast<ResultChannel*>(decoded);
-    QVERIFY(channelResult);
-    QCOMPARE(channelResult->getCommandType(), quint64(ResultChannelType));
-    QCOMPARE(channelResult->getSendCommandType(), quint64(ChannelCommandType));
-    QCOMPARE(channelResult->getRedistrarName(), QStringLiteral("registrar"));
-    QCOMPARE(channelResult->getTraceFlag(), sent.getTraceFlag());
-    QCOMPARE(channelResult->getCommunAttribute(), server.endpoint());
-    QCOMPARE(channelResult->getResultData(), QByteArray("from the terminal"));
-    QCOMPARE(declaredLength(client.results.at(1)), qint64(client.results.at(1).size()));
+    auto* channel = dynamic_cast<ResultChannel*>(decoded);
+    QVERIFY(channel);
+    QCOMPARE(channel->getSendCommandType(), quint64(ChannelCommandType));
+    QCOMPARE(channel->getRedistrarName(), QStringLiteral("registrar"));
+    QCOMPARE(channel->getPlanUuid(), QStringLiteral("plan-42"));
+    QCOMPARE(channel->getTraceFlag(), sent.getTraceFlag());
+    QCOMPARE(channel->getCommunAttribute(), server.endpoint());
+    QCOMPARE(channel->getResultData(), QByteArray("from the terminal"));
     CommandBuilder::DestroyCommand(decoded);
-
-    dispatch.Stop();
-    dispatch.UnInit();
-    runOn(manager, [manager] { delete manager; });
-    managerThread.quit();
-    managerThread.wait();
 }
 
 void tst_Transport::firstConnectedOncePerEndpointHostConnectedEveryTime()
 {
-    ServerOnThread server(echo);
+    ServerOnThread server;
     QVERIFY(server.start(currentProtocol()));
     ClientOnThread client;
-
     QVERIFY(client.connectTo(server.endpoint()));
-    client.reconnect();
-    QTRY_COMPARE_WITH_TIMEOUT(client.hostOutcomes.size(), 2, 5000);
-    client.reconnect();
-    QTRY_COMPARE_WITH_TIMEOUT(client.hostOutcomes.size(), 3, 5000);
-    QCOMPARE(client.firstOutcomes.size(), 1);
-
+    QVERIFY(client.reconnect());
+    QVERIFY(client.reconnect());
     QVERIFY(client.connectTo(server.endpoint()));   // a new endpoint setting arms it again
-    QTRY_COMPARE_WITH_TIMEOUT(client.firstOutcomes.size(), 2, 5000);
-    QCOMPARE(client.hostOutcomes.size(), 4);
-    for (const auto& outcome : client.hostOutcomes + client.firstOutcomes) {
-        QVERIFY(outcome.flag);
-        QCOMPARE(outcome.type, currentProtocol());
-        QCOMPARE(outcome.name, server.endpoint().getDestSvrNameIp());
-        QCOMPARE(outcome.port, server.endpoint().getDestPort());
-    }
-    QVERIFY(roundTrip(client, 7));
+    QCOMPARE(client.hosts, QList<bool>({true, true, true, true}));
+    QTRY_COMPARE_WITH_TIMEOUT(client.firsts, QList<bool>({true, true}), 5000);
+    QVERIFY(client.roundTrip(7));
 }
 
 void tst_Transport::unservedEndpointFails()
 {
     CommunAttribute nowhere;
     nowhere.setProtocolType(currentProtocol());
+    nowhere.setDestSvrNameIp(uniqueName("nobody"));
     if (currentProtocol() == CommunAttribute::TcpProtocol) {
         QTcpServer probe;   // a port that was free a moment ago and is closed now
         QVERIFY(probe.listen(QHostAddress::LocalHost, 0));
-        nowhere.setDestPort(probe.serverPort());
-        probe.close();
         nowhere.setDestSvrNameIp(QStringLiteral("127.0.0.1"));
-    } else {
-        nowhere.setDestSvrNameIp(uniqueName("nobody"));
+        nowhere.setDestPort(probe.serverPort());
     }
     ClientOnThread client;
     QVERIFY(!client.connectTo(nowhere));
-    QTRY_COMPARE_WITH_TIMEOUT(client.firstOutcomes.size(), 1, 5000);
-    QVERIFY(!client.firstOutcomes.first().flag);
-
-    // A request now reconnects, fails again and is dropped with the send list.
-    client.request(numberedPackage(1));
-    // (TCP may report the refusal twice: once for the connection, once for the pending write.)
-    QTRY_VERIFY_WITH_TIMEOUT(client.hostOutcomes.size() >= 2, 5000);
-    for (const auto& outcome : client.hostOutcomes)
-        QVERIFY(!outcome.flag);
-    QCOMPARE(client.firstOutcomes.size(), 1);
-    QTRY_VERIFY_WITH_TIMEOUT(
-        m_log.lines().contains(QStringLiteral("WARN The CommunClientWork reconnect server in the onRequestData.")), 5000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.firsts, QList<bool>{false}, 5000);
 }
 
 void tst_Transport::secondServerOnTheSameEndpointRefusesToStart()
 {
-    ServerOnThread first(echo);
+    ServerOnThread first;
     QVERIFY(first.start(currentProtocol()));
-    ServerOnThread second(echo);
+    ServerOnThread second;
     QVERIFY2(!second.start(currentProtocol(), first.name(), first.port()), "a second server took the endpoint");
-
-    // The first one still serves, old and new clients alike.
     ClientOnThread client;
     QVERIFY(client.connectTo(first.endpoint()));
-    QVERIFY(roundTrip(client, 11));
-    ClientOnThread late;
-    QVERIFY(late.connectTo(first.endpoint()));
-    QVERIFY(roundTrip(late, 12));
-    QCOMPARE(second.received(), 0);
+    QVERIFY(client.roundTrip(11));
 }
 
 void tst_Transport::afterStopNewClientIsAcceptedButNeverRead()
 {
-    ServerOnThread server(echo);
+    ServerOnThread server;
     QVERIFY(server.start(currentProtocol()));
-    ClientOnThread sentinel;
-    QVERIFY(sentinel.connectTo(server.endpoint()));
-    QVERIFY(roundTrip(sentinel, 1));
+    ClientOnThread before;
+    QVERIFY(before.connectTo(server.endpoint()));
+    QVERIFY(before.roundTrip(1));
 
     runOn(server.server(), [&] { server.server()->Stop(); });
     std::unique_ptr<QIODevice> late = rawPeer(server);
     QVERIFY2(late, "the listener refused the connection");
     QVERIFY(late->write(numberedPackage(99)) > 0);
-    QVERIFY(waitWritten(late.get()));
+    QVERIFY(QTest::qWaitFor([&] { return late->bytesToWrite() == 0; }, 5000));
 
-    // The clients connected before the stop are still served; the new one never is.
-    QVERIFY(roundTrip(sentinel, 2));
-    QVERIFY(roundTrip(sentinel, 3));
+    // The client connected before the stop is still served; the new one never is.
+    QVERIFY(before.roundTrip(2));
+    QVERIFY(before.roundTrip(3));
     QCOMPARE(server.received(), 3);
     QCOMPARE(late->bytesAvailable(), qint64(0));
 }
 
 void tst_Transport::fiftyClientsEachGetTheirOwnAnswers()
 {
-    const int clients = 50;
-    const int requests = 100;
-    ServerOnThread server(echo);
+    ServerOnThread server;
     QVERIFY(server.start(currentProtocol()));
-
-    QThread threads[5];
-    for (QThread& thread : threads)
-        thread.start();
-    std::vector<std::unique_ptr<ClientOnThread>> workers;
-    for (int c = 0; c < clients; ++c) {
-        workers.push_back(std::make_unique<ClientOnThread>(&threads[c % 5]));
-        workers.back()->setEndpoint(server.endpoint());
-        workers.back()->reconnect();
+    std::vector<std::unique_ptr<ClientOnThread>> clients;
+    for (int c = 0; c < 50; ++c) {
+        clients.push_back(std::make_unique<ClientOnThread>());
+        QVERIFY(clients.back()->connectTo(server.endpoint()));
     }
+    for (quint32 n = 0; n < 100; ++n)
+        for (quint32 c = 0; c < 50; ++c)
+            clients[c]->request(numberedPackage(c * 1000 + n));
     QVERIFY(QTest::qWaitFor([&] {
-        for (auto& worker : workers)
-            if (worker->firstOutcomes.isEmpty())
-                return false;
-        return true;
-    }, 20000));
-    for (auto& worker : workers)
-        QVERIFY(worker->firstOutcomes.first().flag);
-
-    for (int n = 0; n < requests; ++n) {
-        for (int c = 0; c < clients; ++c) {
-            RequestCommand request(CustomCommandType);
-            QByteArray data;
-            QDataStream(&data, QIODevice::WriteOnly) << qint32(c) << qint32(n);
-            request.setRequestData(data);
-            workers[c]->request(encode(&request));
-        }
-    }
-    QVERIFY(QTest::qWaitFor([&] {
-        for (auto& worker : workers)
-            if (worker->results.size() < requests)
-                return false;
-        return true;
+        return std::all_of(clients.begin(), clients.end(), [](auto& client) { return client->results.size() >= 100; });
     }, 60000));
 
-    for (int c = 0; c < clients; ++c) {
-        QCOMPARE(workers[c]->results.size(), requests);
-        for (int n = 0; n < requests; ++n) {
-            CommCommand* command = CommandBuilder::BytearrayToCommand(workers[c]->results.at(n));
-            auto* result = dynamic_cast<ResultCommand*>(command);
-            QVERIFY(result);
-            qint32 client = -1;
-            qint32 number = -1;
-            QDataStream(result->getResultData()) >> client >> number;
-            CommandBuilder::DestroyCommand(command);
-            QCOMPARE(client, c);
-            QCOMPARE(number, n);
-        }
+    for (quint32 c = 0; c < 50; ++c) {
+        QCOMPARE(clients[c]->results.size(), 100);
+        for (quint32 n = 0; n < 100; ++n)
+            QCOMPARE(numberOf(clients[c]->results.at(n)), c * 1000 + n);
     }
-    QCOMPARE(server.received(), clients * requests);
-    workers.clear();
-    for (QThread& thread : threads) {
-        thread.quit();
-        thread.wait();
-    }
+    QCOMPARE(server.received(), 5000);
 }
 
 void tst_Transport::misbehavingPeers_data()
@@ -428,16 +461,13 @@ void tst_Transport::misbehavingPeers_data()
     QTest::addColumn<QString>("serverLog");
 
     const QByteArray package = numberedPackage(5);
-    QTest::newRow("a peer that writes half a package and vanishes")
-        << package.left(package.size() / 2) << true << QStringLiteral("WARN Server %1 socket comm occurred error : ");
-    QTest::newRow("a peer that writes an 8-byte length field only and vanishes")
-        << package.left(8) << true << QStringLiteral("WARN Server %1 socket comm occurred error : ");
-    QTest::newRow("a peer that sends text whose length field is huge")
+    QTest::newRow("a client killed in the middle of a package")
+        << package.left(package.size() / 2) << true << QStringLiteral("^WARN Server (local|tcp) socket comm occurred error : ");
+    QTest::newRow("garbage bytes, read as a huge length that is waited for")
         << QByteArray("GET / HTTP/1.1\r\nHost: x\r\n\r\n") << false << QString();
-    QTest::newRow("a peer that declares a length below 8")
+    QTest::newRow("a declared length below 8")
         << QByteArray::fromHex("0000000000000003deadbeef") << false
-        << QStringLiteral("ERROR Server read block bytes failed in the onreadyRead.");
-    QTest::newRow("a peer that connects and never sends") << QByteArray() << false << QString();
+        << QStringLiteral("^ERROR Server read block bytes failed in the onreadyRead\\.$");
 }
 
 void tst_Transport::misbehavingPeers()
@@ -445,50 +475,26 @@ void tst_Transport::misbehavingPeers()
     QFETCH(QByteArray, bytes);
     QFETCH(bool, vanish);
     QFETCH(QString, serverLog);
-    const QString transport = currentProtocol() == CommunAttribute::TcpProtocol ? "tcp" : "local";
 
-    ServerOnThread server(echo);
+    ServerOnThread server;
     QVERIFY(server.start(currentProtocol()));
     ClientOnThread good;
     QVERIFY(good.connectTo(server.endpoint()));
-    QVERIFY(roundTrip(good, 1));
+    QVERIFY(good.roundTrip(1));
 
     std::unique_ptr<QIODevice> peer = rawPeer(server);
     QVERIFY(peer);
-    if (!bytes.isEmpty()) {
-        QCOMPARE(peer->write(bytes), qint64(bytes.size()));
-        QVERIFY(waitWritten(peer.get()));
-    }
+    QCOMPARE(peer->write(bytes), qint64(bytes.size()));
+    QVERIFY(QTest::qWaitFor([&] { return peer->bytesToWrite() == 0; }, 5000));
     if (vanish)
         abortPeer(peer.get());
-    if (!serverLog.isEmpty()) {
-        const QString expected = serverLog.contains("%1") ? serverLog.arg(transport) : serverLog;
-        QVERIFY(QTest::qWaitFor([&] {
-            for (const QString& line : m_log.lines())
-                if (line.startsWith(expected))
-                    return true;
-            return false;
-        }, 5000));
-    }
+    if (!serverLog.isEmpty())
+        QTRY_VERIFY_WITH_TIMEOUT(!m_log.lines().filter(QRegularExpression(serverLog)).isEmpty(), 5000);
 
     // Everybody else is still served, and nothing the bad peer sent was delivered.
-    QVERIFY(roundTrip(good, 2));
-    QVERIFY(roundTrip(good, 3));
+    QVERIFY(good.roundTrip(2));
+    QVERIFY(good.roundTrip(3));
     QCOMPARE(server.received(), 3);
-
-    if (!vanish && bytes.size() < 16) {
-        // A peer whose bytes were dropped (or who sent none) can still talk properly.
-        const QByteArray package = numberedPackage(77);
-        QCOMPARE(peer->write(package), qint64(package.size()));
-        QByteArray answer;
-        QVERIFY(QTest::qWaitFor([&] {
-            answer += peer->readAll();
-            return answer.size() >= 8 && declaredLength(answer) <= answer.size();
-        }, 5000));
-        QCOMPARE(server.received(), 4);
-        QCOMPARE(numberOf(package), quint32(77));
-        QCOMPARE(answer.toHex(), echoAnswer(package).toHex());
-    }
 }
 
 void tst_Transport::answerToAVanishedPeerIsDropped()
@@ -516,48 +522,43 @@ void tst_Transport::answerToAVanishedPeerIsDropped()
     runOn(server.server(), [&] { server.server()->SendResult(lastSocket, numberedPackage(2)); });
     QCOMPARE(m_log.lines(), QStringList{QStringLiteral("ERROR Server socket into parameter error in the SendResult.")});
 
-    // From another thread the answer is carried over to the server's thread first.
+    // From another thread the answer is carried over to the server's thread first. That
+    // thread is held until the call is queued, which orders the queueing before the run.
     m_log.clear();
-    tsanRelease();
+    QSemaphore held;
+    runOn(server.server(), [&held] { held.acquire(); }, false);
     server.server()->SendResult(lastSocket, numberedPackage(3));
+    held.release();
     QTRY_COMPARE_WITH_TIMEOUT(m_log.lines().size(), 1, 5000);
 }
 
 void tst_Transport::clientRecoversAfterServerRestart()
 {
-    auto server = std::make_unique<ServerOnThread>(echo);
+    auto server = std::make_unique<ServerOnThread>();
     QVERIFY(server->start(currentProtocol()));
     const QString name = server->name();
     const quint16 port = server->port();
     ClientOnThread client;
     QVERIFY(client.connectTo(server->endpoint()));
-    QVERIFY(roundTrip(client, 1));
+    QVERIFY(client.roundTrip(1));
 
     server.reset();   // the serving side goes away under the connected client
-    server = std::make_unique<ServerOnThread>(echo);
+    server = std::make_unique<ServerOnThread>();
     QVERIFY2(server->start(currentProtocol(), name, port), "the endpoint could not be served again");
 
     // The request that finds the old connection dead may be lost with it; the next one
     // reconnects and goes through.
-    int attempts = 0;
-    bool answered = false;
-    while (!answered && attempts < 2) {
-        ++attempts;
-        answered = roundTrip(client, 100 + attempts);
-    }
-    QVERIFY2(answered, "the client did not recover");
-    QVERIFY(roundTrip(client, 200));
+    QVERIFY2(client.roundTrip(101) || client.roundTrip(102), "the client did not recover");
+    QVERIFY(client.roundTrip(200));
 }
 
-void tst_Transport::floodWhileTheServerIsBusy()
+void tst_Transport::floodArrivesOnceAndInOrder()
 {
     const quint32 count = 100000;
-    quint32 expected = 0;
-    quint32 outOfOrder = 0;
+    quint32 next = 0;   // touched on the server's thread only
+    bool inOrder = true;
     ServerOnThread server([&](CommunServer*, QIODevice*, const QByteArray& bytes) {
-        if (numberOf(bytes) != expected)
-            ++outOfOrder;
-        ++expected;
+        inOrder = inOrder && numberOf(bytes) == next++;
     });
     QVERIFY(server.start(currentProtocol()));
     std::unique_ptr<QIODevice> peer = rawPeer(server);
@@ -565,9 +566,9 @@ void tst_Transport::floodWhileTheServerIsBusy()
     peer->write(numberedPackage(0));
     QTRY_COMPARE_WITH_TIMEOUT(server.received(), 1, 5000);
 
-    // Keep the server's thread busy while the peer writes everything back to back.
+    // The server's thread is kept busy while the peer writes everything back to back.
     QSemaphore busy;
-    postTo(server.server(), [&busy] { busy.acquire(); });
+    runOn(server.server(), [&busy] { busy.acquire(); }, false);
     QByteArray all;
     for (quint32 n = 1; n < count; ++n)
         all += numberedPackage(n);
@@ -575,14 +576,8 @@ void tst_Transport::floodWhileTheServerIsBusy()
     busy.release();
 
     QTRY_COMPARE_WITH_TIMEOUT(server.received(), int(count), 120000);
-    quint32 seen = 0;
-    quint32 disorder = 0;
-    runOn(server.server(), [&] {
-        seen = expected;
-        disorder = outOfOrder;
-    });
-    QCOMPARE(seen, count);
-    QCOMPARE(disorder, quint32(0));
+    runOn(server.server(), [&] { inOrder = inOrder && next == count; });
+    QVERIFY(inOrder);
 }
 
 QTEST_GUILESS_MAIN(tst_Transport)
