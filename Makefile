@@ -24,6 +24,10 @@ demo: build
 test: build
 	@cd $(BUILD_DIR) && ctest --output-on-failure
 
+bench: build
+	@./$(BUILD_DIR)/bench/bench_database
+	@./$(BUILD_DIR)/bench/bench_flood
+
 install: build
 	@cmake --install $(BUILD_DIR) $(if $(PREFIX),--prefix $(PREFIX))
 

@@ -8,11 +8,6 @@
 
 namespace {
 
-QByteArray hex(const char* text)
-{
-    return QByteArray::fromHex(QByteArray(text).replace(' ', ""));
-}
-
 // The twelve fields as texts, so that a mismatch shows which one differs.
 QStringList fields(const EmailConfigAttribute& c)
 {
@@ -51,8 +46,6 @@ QString readerValues()
         .join(QLatin1Char('|'));
 }
 
-const QByteArray kNoFile;   // null: no file at all, unlike an empty one
-
 } // namespace
 
 class tst_Config : public QObject
@@ -72,26 +65,24 @@ private slots:
 private:
     // A fresh file name per call: QSettings caches files by name within the process.
     QString freshPath() { return m_dir.filePath(QStringLiteral("settings_%1.ini").arg(++m_counter)); }
-    QString writeFile(const QByteArray& content);
+    QString writeFile(const QByteArray& content)
+    {
+        const QString path = freshPath();
+        QFile file(path);
+        if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
+            qFatal("cannot write %s", qPrintable(path));
+        return path;
+    }
 
     QTemporaryDir m_dir;
     int m_counter = 0;
 };
 
-QString tst_Config::writeFile(const QByteArray& content)
-{
-    const QString path = freshPath();
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
-        qFatal("cannot write %s", qPrintable(path));
-    return path;
-}
-
 void tst_Config::reader_data()
 {
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QString>("values");   // agent|scheduler|port|code|fire type|execute type
-    QTest::newRow("a missing file gives the defaults") << kNoFile << "AgentLocalServer|SchedulerLocalServer|6060|0|2|1";
+    QTest::addColumn<QByteArray>("content");   // null: no file at all, unlike an empty one
+    QTest::addColumn<QString>("values");       // agent|scheduler|port|code|fire type|execute type
+    QTest::newRow("a missing file gives the defaults") << QByteArray() << "AgentLocalServer|SchedulerLocalServer|6060|0|2|1";
     QTest::newRow("an empty file gives empty names and zeros, not the defaults") << QByteArray("") << "||0|0|0|0";
     QTest::newRow("every key is read from its own section")
         << QByteArray("[Network]\nagent_local_server_name=A\nscheduler_local_server_name=S\n"
@@ -126,8 +117,9 @@ void tst_Config::attributeBytes()
     config.setOperationFailure(Q_UINT64_C(0x8000000000000000));
     // enable, recipients and server (empty, not null), the 16-bit port, encryption, authentication,
     // login name, the password unscrambled, sender, subject, mail on success, mail on failure
-    const QByteArray expected = hex("0000000000000001  00000000 00000000  FFFE  0000000000000000 0000000000000000"
-                                    "00000000  00000001 9E  00000000 00000000  0000000000000000 8000000000000000");
+    const QByteArray expected = QByteArray::fromHex(
+        "0000000000000001  00000000 00000000  FFFE  0000000000000000 0000000000000000"
+        "00000000  00000001 9E  00000000 00000000  0000000000000000 8000000000000000");
     QByteArray bytes;
     QDataStream out(&bytes, QIODevice::WriteOnly);
     out.setVersion(QDataStream::Qt_5_4);
@@ -173,14 +165,7 @@ void tst_Config::emailFile()
         QVERIFY2(lines.contains(QLatin1String(line)), qPrintable(QStringLiteral("missing %1 in:\n%2").arg(line, text)));
     const QSettings settings(path, QSettings::IniFormat);
     QCOMPARE(settings.value(QStringLiteral("MimeEmail/mail_subject")).toString(), sampleConfig().getMailSubject());
-    QStringList keys = settings.allKeys();
-    keys.sort();
-    QCOMPARE(keys, (QStringList{"AdditionalSetting/operation_failure", "AdditionalSetting/operation_successful",
-                                "EmailConfig/enable_email_notification", "EmailConfig/mail_recipients",
-                                "MimeEmail/mail_sender", "MimeEmail/mail_subject", "ServerConfig/login_password",
-                                "ServerConfig/login_use_name", "ServerConfig/smtp_server_address",
-                                "ServerConfig/smtp_server_encryption_type", "ServerConfig/smtp_server_port",
-                                "ServerConfig/stmp_authentication"}));
+    QCOMPARE(settings.allKeys().size(), 12);   // the ten above, the subject and the password
     // The file holds the password with every byte complemented, as a byte array.
     QVERIFY2(text.contains(QStringLiteral("login_password=@ByteArray(")), qPrintable(text));
     QByteArray complemented(password);
@@ -212,7 +197,6 @@ void tst_Config::emailNumbersAndAbsentKeys_data()
         << QByteArray("[EmailConfig]\nenable_email_notification=4294967297\n") << quint64(0) << 0;
     QTest::newRow("a negative number reads as 0")
         << QByteArray("[EmailConfig]\nenable_email_notification=-1\n") << quint64(0) << 0;
-    QTest::newRow("a port of 65536 reads as 0") << QByteArray("[ServerConfig]\nsmtp_server_port=65536\n") << quint64(0) << 0;
     QTest::newRow("a port of 70000 keeps its low 16 bits")
         << QByteArray("[ServerConfig]\nsmtp_server_port=70000\n") << quint64(0) << 4464;
 }
@@ -233,20 +217,14 @@ void tst_Config::emailNumbersAndAbsentKeys()
     QCOMPARE(fields(reader), fields(expected));
 }
 
+// Nothing can be created below a regular file: writing fails quietly, and reading the
+// missing file keeps the values held.
 void tst_Config::emailMissingOrUnwritableFile()
 {
-    // Reading a missing file keeps the values and creates nothing.
-    const QString absent = m_dir.filePath(QStringLiteral("absent.ini"));
-    EmailConfigReaderWriter reader;
-    QVERIFY(reader.Init(absent));
-    reader.SetConfigAttribute(sampleConfig());
-    reader.ReadConfig();
-    QCOMPARE(fields(reader), fields(sampleConfig()));
-    QVERIFY(!QFile::exists(absent));
-
-    // The parent "directory" is a regular file, so nothing can be created below it.
     const QString path = writeFile("not a directory") + QStringLiteral("/email.ini");
+    EmailConfigReaderWriter reader;
     QVERIFY(reader.Init(path));
+    reader.SetConfigAttribute(sampleConfig());
     reader.WriteConfig();
     QVERIFY(!QFile::exists(path));
     reader.ReadConfig();
