@@ -1,5 +1,7 @@
 #include "model/planjournalrelational.h"
 
+#include "command/ownedlist.h"
+
 #include <QByteArray>
 #include <QDataStream>
 
@@ -60,25 +62,17 @@ void PlanJournalRelational::DeleteAllJournalUuids()
 void PlanJournalRelational::Write(QDataStream& out) const
 {
     out << m_planUuid;
-    QByteArray list;
-    if (!m_journalUuidList.isEmpty()) {
-        QDataStream inner(&list, QIODevice::WriteOnly);
-        for (const QString& journalUuid : m_journalUuidList)
-            inner << journalUuid;
-    }
-    out << list;
+    OwnedList::WriteNested(out, m_journalUuidList,
+                           [](QDataStream& inner, const QString& journalUuid) { inner << journalUuid; });
 }
 
+// Appends to the uuids already held, deliberately.
 void PlanJournalRelational::Read(QDataStream& in)
 {
-    QByteArray list;
-    in >> m_planUuid >> list;
-    if (list.size() <= 0)
-        return;
-    QDataStream inner(&list, QIODevice::ReadOnly);
-    while (!inner.atEnd()) {
+    in >> m_planUuid;
+    OwnedList::ReadNested(in, [this](QDataStream& inner) {
         QString journalUuid;
         inner >> journalUuid;
         m_journalUuidList.append(journalUuid);
-    }
+    });
 }
