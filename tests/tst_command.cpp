@@ -93,6 +93,7 @@ class tst_Command : public QObject
     Q_OBJECT
 
 private slots:
+    void defaultAttributeIs14Bytes();
     void builderPicksClassByRange_data();
     void builderPicksClassByRange();
     void roundTripKeepsClassAndFields_data();
@@ -108,6 +109,14 @@ private slots:
     void decodingShortOrDamagedBytes();
     void nullPointersAreIgnored();
 };
+
+void tst_Command::defaultAttributeIs14Bytes()
+{
+    QByteArray bytes;
+    QDataStream out(&bytes, QIODevice::WriteOnly);
+    CommunAttribute().Write(out);
+    QCOMPARE(bytes.toHex(), QByteArray("0000000000000000" "00000000" "0000"));
+}
 
 void tst_Command::builderPicksClassByRange_data()
 {
