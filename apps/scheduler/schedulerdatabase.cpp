@@ -40,9 +40,14 @@ quint64 unsignedOf(const QVariant& value)
 
 } // namespace
 
+bool SchedulerDatabase::IsOpen() const
+{
+    return m_pdb && m_pdb->isOpen();
+}
+
 bool SchedulerDatabase::Transaction(const std::function<bool()>& work)
 {
-    if (!m_pdb || !m_pdb->isOpen())
+    if (!IsOpen())
         return false;
     if (!m_pdb->transaction())
         return false;
@@ -128,7 +133,7 @@ bool SchedulerDatabase::DeletePlan(const SchedulerPlan& plan)
 
 bool SchedulerDatabase::LoadPlans(QList<SchedulerPlan>& plans)
 {
-    if (!m_pdb || !m_pdb->isOpen())
+    if (!IsOpen())
         return false;
     QSqlQuery query(*m_pdb);
     query.setForwardOnly(true);
@@ -191,7 +196,7 @@ bool SchedulerDatabase::InsertJournal(const JournalAttribute& journal)
 
 bool SchedulerDatabase::LoadJournals(const QString& planUuid, QList<JournalAttribute>& journals)
 {
-    if (!m_pdb || !m_pdb->isOpen())
+    if (!IsOpen())
         return false;
     QSqlQuery query(*m_pdb);
     query.setForwardOnly(true);

@@ -28,6 +28,7 @@ public:
     bool DeleteAllJournals(int& deleted);
 
 private:
+    bool IsOpen() const;
     bool WritePlanRows(const SchedulerPlan& plan, bool insert);
     bool Transaction(const std::function<bool()>& work);
 };
