@@ -277,7 +277,7 @@ void tst_Apps::newEditDeleteReachTheDatabase()
 
     const QJsonArray plans = AgentJson({"plans"}).array();
     QCOMPARE(plans.size(), 1);
-    QCOMPARE(values(plans[0], {"uuid", "nextStartTime"}), (QStringList{uuid, "2031-02-03 04:05:06"}));
+    QCOMPARE(values(plans[0], {"uuid", "nextStartTime"}), (QStringList{uuid, "2031-06-01 04:05:06"}));
 
     QCOMPARE(Agent({"delete", "monthly"}).code, 0);
     for (const char* table : {"tb_schemes", "tb_tasks", "tb_triggers"})
@@ -291,8 +291,8 @@ void tst_Apps::runCancelAndJournals()
     NewPlan({"broken", "fail", "disk is full"});
     NewPlan({"slow", "sleep", "60000"});
 
-    QVERIFY(Agent({"run", "quick"}).out.endsWith("quick  Succeeded\n"));
-    QVERIFY(Agent({"run", "broken"}).out.endsWith("broken  Failed: disk is full\n"));
+    QVERIFY(Agent({"run", "--wait", "quick"}).out.endsWith("quick  Succeeded\n"));
+    QVERIFY(Agent({"run", "--wait", "broken"}).out.endsWith("broken  Failed: disk is full\n"));
     QCOMPARE(AgentJson({"run", "slow"}).object().value("isRunning").toBool(), true);
 
     const AgentRun again = Agent({"run", "slow"});
@@ -323,7 +323,7 @@ void tst_Apps::journalDelete()
 {
     NewPlan({"often", "noop"});
     for (int i = 0; i < 3; ++i)
-        QCOMPARE(Agent({"run", "often"}).code, 0);
+        QCOMPARE(Agent({"run", "--wait", "often"}).code, 0);
     const QJsonArray journals = AgentJson({"journals"}).array();
     QCOMPARE(journals.size(), 3);
     const QString first = journals[0].toObject().value("uuid").toString();
@@ -471,7 +471,7 @@ void tst_Apps::silentServiceTimesOut()
 void tst_Apps::restartKeepsPlansAndJournals()
 {
     const QString uuid = NewPlan({"keep", "noop"});
-    QCOMPARE(Agent({"run", uuid}).code, 0);
+    QCOMPARE(Agent({"run", "--wait", uuid}).code, 0);
     StopScheduler(m_scheduler);
     QVERIFY(StartScheduler(m_scheduler, m_dataDir));
 
@@ -534,7 +534,7 @@ void tst_Apps::garbagePayloadIsRejected()
     QFETCH(quint64, type);
     QFETCH(QByteArray, payload);
     const QString uuid = NewPlan({"target", "noop"});
-    QCOMPARE(Agent({"run", uuid}).code, 0);
+    QCOMPARE(Agent({"run", "--wait", uuid}).code, 0);
     const QStringList before = Row(QStringLiteral("SELECT * FROM tb_schemes"));
 
     CommandPtr command(CommandBuilder::BuilderCommand(type), &CommandBuilder::DestroyCommand);

@@ -25,7 +25,7 @@ QList<CommandShape> shapes()
             {QStringLiteral("new"), 2, 3, trigger},
             {QStringLiteral("edit"), 1, 1, edit},
             {QStringLiteral("delete"), 1, 1, {}},
-            {QStringLiteral("run"), 1, 1, {}},
+            {QStringLiteral("run"), 1, 1, {QStringLiteral("wait")}},
             {QStringLiteral("cancel"), 1, 1, {}},
             {QStringLiteral("journals"), 0, 1, {}},
             {QStringLiteral("journal-delete"), 0, -1, {QStringLiteral("all")}},
@@ -41,7 +41,7 @@ const char* const kDescription =
     "  new NAME OPERATION [PARAMETER]  create a plan; trigger options below\n"
     "  edit PLAN                       change a plan: --name, --operation, --parameter, trigger options\n"
     "  delete PLAN                     delete a plan (its journals stay)\n"
-    "  run PLAN                        run a plan now\n"
+    "  run PLAN [--wait]               run a plan now; --wait until the run has ended\n"
     "  cancel PLAN                     cancel a running plan\n"
     "  journals [PLAN]                 list the journals, all or of one plan\n"
     "  journal-delete JOURNAL...|--all delete journals\n"
@@ -69,7 +69,7 @@ QList<QCommandLineOption> optionList()
         valued("name", "edit: the new plan name.", "name"),
         valued("operation", "edit: the new operation.", "operation"),
         valued("parameter", "edit: the new operation parameter.", "text"),
-        valued("type", "Trigger type number.", "n"),
+        valued("type", "Trigger type: 0 once, 1 daily, 2 weekly, 3 monthly.", "n"),
         valued("start", "Trigger start, \"yyyy-MM-dd hh:mm:ss\".", "time"),
         valued("end", "Trigger end, \"yyyy-MM-dd hh:mm:ss\"; the trigger then ends.", "time"),
         flag("no-end", "edit: the trigger no longer ends."),
@@ -81,6 +81,7 @@ QList<QCommandLineOption> optionList()
         flag("last-day", "Include the last day of the month."),
         flag("no-last-day", "edit: no longer include the last day of the month."),
         flag("all", "journal-delete: delete every journal."),
+        flag("wait", "run: wait until the run has ended and show how it ended."),
         valued("enable", "email set: notifications on (1) or off (0).", "0|1"),
         valued("recipients", "email set: recipient addresses.", "text"),
         valued("smtp-server", "email set: SMTP server host.", "host"),

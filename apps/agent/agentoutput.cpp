@@ -113,9 +113,13 @@ QString TaskSummary(const TaskAttribute& task)
 
 QString TriggerSummary(const TriggerAttribute& trigger)
 {
-    QStringList parts{QStringLiteral("type %1").arg(trigger.getTriggerType())};
-    if (!trigger.getStartTime().isEmpty())
-        parts << QStringLiteral("from %1").arg(trigger.getStartTime());
+    static const QStringList kinds{QStringLiteral("once"), QStringLiteral("daily"), QStringLiteral("weekly"),
+                                   QStringLiteral("monthly")};
+    if (trigger.getStartTime().isEmpty())
+        return QStringLiteral("on demand");
+    const quint64 type = trigger.getTriggerType();
+    QStringList parts{type < 4 ? kinds[static_cast<int>(type)] : QStringLiteral("type %1").arg(type)};
+    parts << QStringLiteral("from %1").arg(trigger.getStartTime());
     if (trigger.getInterval() > 0)
         parts << QStringLiteral("every %1").arg(duration(trigger.getInterval()));
     if (trigger.getDuration() > 0)
@@ -171,6 +175,7 @@ QJsonObject PlanToJson(const SchedulerPlan& plan)
         {QStringLiteral("wasCancelled"), plan.getWasCancelled()},
         {QStringLiteral("errorMessage"), plan.getErrorMessage()},
         {QStringLiteral("resultCode"), number(plan.getResultCode())},
+        {QStringLiteral("triggerFlag"), number(plan.getTriggerFlag())},
         {QStringLiteral("bytesProcessed"), number(plan.getBytesProcessed())},
         {QStringLiteral("totalBytesToCopy"), number(plan.getTotalBytesToCopy())}};
 }

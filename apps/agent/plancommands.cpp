@@ -6,12 +6,22 @@
 
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QThread>
 
 namespace {
 
 QString shownStatus(const SchedulerPlan& plan)
 {
-    return plan.getIsRunning() ? QStringLiteral("Running") : plan.getSchemeAttribute().getStatus();
+    if (plan.getIsRunning())
+        return QStringLiteral("Running");
+    if (plan.getSchemeAttribute().getExecutState() == QLatin1String("Queued"))
+        return QStringLiteral("Queued");
+    return plan.getSchemeAttribute().getStatus();
+}
+
+bool runHasEnded(const SchedulerPlan& plan)
+{
+    return !plan.getIsRunning() && plan.getSchemeAttribute().getExecutState() != QLatin1String("Queued");
 }
 
 } // namespace
@@ -134,8 +144,27 @@ int AgentCommands::RunPlan()
     SchedulerPlan plan;
     if (const int code = ResolvePlan(m_options.Arguments().first(), plan))
         return code;
-    return ApplyPlanChange(ExecuteOperationType, plan, QByteArray(),
-                           QStringLiteral("run plan '%1'").arg(plan.getPlanName()));
+    const QString what = QStringLiteral("run plan '%1'").arg(plan.getPlanName());
+    if (!m_options.IsSet(QStringLiteral("wait")))
+        return ApplyPlanChange(ExecuteOperationType, plan, QByteArray(), what);
+    QByteArray bytes;
+    if (const int code = Call(ExecuteOperationType, plan.getPlanUuid(), plan.getPlanName(), QByteArray(), what, &bytes))
+        return code;
+    SchedulerPlanData stored;
+    if (const int code = Decode(bytes, stored, what))
+        return code;
+    SchedulerPlan state = stored.getRfrnSchedulerPlan();
+    // The service answers once the run is queued or started; ask again until it has ended.
+    while (!runHasEnded(state)) {
+        QThread::msleep(200);
+        if (const int code = ResolvePlan(plan.getPlanUuid(), state))
+            return code;
+    }
+    if (m_options.Json())
+        PrintJson(AgentOutput::PlanToJson(state));
+    else
+        PrintPlanLine(state);
+    return ExitOk;
 }
 
 int AgentCommands::CancelPlan()

@@ -27,7 +27,21 @@ QString ErrorText(quint64 resultCode)
     case PlanNotRunning: return QStringLiteral("plan is not running");
     case UnknownOperation: return QStringLiteral("unknown operation");
     case SettingsFailed: return QStringLiteral("settings could not be saved");
+    case InvalidTrigger: return QStringLiteral("the trigger is not valid");
+    case BadParameter: return QStringLiteral("the operation's parameter is not valid");
     default: return QStringLiteral("error 0x%1").arg(resultCode, 0, 16);
+    }
+}
+
+QString OutcomeText(quint64 outcome)
+{
+    switch (outcome) {
+    case Succeeded: return QStringLiteral("Succeeded");
+    case Failed: return QStringLiteral("Failed");
+    case Cancelled: return QStringLiteral("Cancelled");
+    case Interrupted: return QStringLiteral("Interrupted");
+    case Skipped: return QStringLiteral("Skipped");
+    default: return QStringLiteral("Unknown");
     }
 }
 

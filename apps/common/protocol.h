@@ -25,8 +25,29 @@ enum ErrorNumber : quint32 {
     PlanBusy = 5,           // the plan is already running
     PlanNotRunning = 6,     // a cancel for a plan that is not running
     UnknownOperation = 7,   // the plan's task names no registered operation
-    SettingsFailed = 8      // the e-mail settings file could not be written
+    SettingsFailed = 8,     // the e-mail settings file could not be written
+    InvalidTrigger = 9,     // the trigger is not one the scheduler can fire
+    BadParameter = 10       // the operation's parameter block is not valid for it
 };
+
+// How a run ended: a plan's result code, and the text of its status and of its journal's result.
+enum RunOutcome : quint64 {
+    Succeeded = 0,
+    Failed = 1,
+    Cancelled = 2,      // cancelled by a user
+    Interrupted = 3,    // the service stopped or died during the run
+    Skipped = 4         // a due occurrence did not run (journal only)
+};
+
+// Why a run started: a plan's trigger flag.
+enum RunReason : quint64 {
+    ManualRun = 0,      // an agent asked for it
+    ScheduledRun = 1,   // the trigger fired
+    CatchUpRun = 2      // an occurrence was missed while the service was down
+};
+
+// "Succeeded", "Failed", "Cancelled", "Interrupted", "Skipped".
+QString OutcomeText(quint64 outcome);
 
 // 0 for NoError, otherwise a packed error code of severity "Error" (5) carrying the number.
 quint64 ResultCode(ErrorNumber number);

@@ -1,14 +1,19 @@
 // backupframe-scheduler: the reference scheduler service.
 //
-// Start-up: logger (<data-dir>/log/scheduler.log), configuration, database
-// (<data-dir>/plans.db), server on the scheduler's local server name (and TCP with --tcp),
-// dispatch. Shut-down on SIGINT/SIGTERM in the reverse order, the logger last.
-// Exit codes: 0 stopped cleanly, 1 bad options or unusable data directory,
-// 2 another instance already serves the name, 3 the database or a server failed to start.
+// Start-up: one instance per data directory (a lock file), the configuration checked,
+// logger (<data-dir>/log/scheduler.log), database (<data-dir>/plans.db), the plans with
+// their interrupted runs and missed occurrences, server on the scheduler's local server
+// name (and TCP with --tcp). Shut-down on SIGINT/SIGTERM in the reverse order, the logger last.
+// Exit codes: 0 stopped cleanly, 1 bad options, configuration or unusable data directory,
+// 2 already running (on this data directory or under this server name), 3 the database or
+// a server failed to start.
 
 #include "protocol.h"
+#include "requesthandler.h"
 #include "schedulerdatabase.h"
 #include "schedulerservice.h"
+#include "serviceconfig.h"
+#include "servicelog.h"
 
 #include <backupframe.h>
 
@@ -16,6 +21,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QLockFile>
 #include <QSocketNotifier>
 #include <QStandardPaths>
 #include <QTextStream>
@@ -91,8 +97,33 @@ int main(int argc, char* argv[])
     parser.process(app);
 
     const QString dataDir = QDir(parser.value(dataDirOption)).absolutePath();
-    if (!QDir().mkpath(dataDir) || !QDir::setCurrent(dataDir)) {
-        err() << "backupframe-scheduler: cannot use the data directory " << dataDir << "\n";
+    if (!QDir().mkpath(dataDir) || !QFileInfo(dataDir).isWritable() || !QDir::setCurrent(dataDir)) {
+        err() << "backupframe-scheduler: cannot use the data directory " << dataDir
+              << ": it cannot be created or written\n";
+        return 1;
+    }
+    // One service per data directory, whatever server name it serves; a lock left by a
+    // killed process is taken over (its process no longer exists).
+    QLockFile lock(QDir(dataDir).filePath(QStringLiteral("scheduler.lock")));
+    lock.setStaleLockTime(0);
+    if (!lock.tryLock(0)) {
+        qint64 pid = 0;
+        QString host, application;
+        if (lock.error() == QLockFile::LockFailedError && lock.getLockInfo(&pid, &host, &application)) {
+            err() << "backupframe-scheduler: another scheduler (pid " << pid << " on " << host
+                  << ") already uses the data directory " << dataDir << "\n";
+            return 2;
+        }
+        err() << "backupframe-scheduler: cannot lock the data directory " << dataDir << "\n";
+        return 1;
+    }
+    const QString configFile = parser.isSet(configOption)
+        ? QFileInfo(parser.value(configOption)).absoluteFilePath()
+        : QDir(dataDir).filePath(QStringLiteral("scheduler.ini"));
+    ServiceConfig config;
+    QString configError;
+    if (!config.Load(configFile, configError)) {
+        err() << "backupframe-scheduler: " << configError << "\n";
         return 1;
     }
     // The rolling log file is renamed relative to the working directory: it stays the data directory.
@@ -100,12 +131,9 @@ int main(int argc, char* argv[])
         err() << "backupframe-scheduler: cannot create the log directory under " << dataDir << "\n";
         return 1;
     }
-    const QString configFile = parser.isSet(configOption)
-        ? QFileInfo(parser.value(configOption)).absoluteFilePath()
-        : QDir(dataDir).filePath(QStringLiteral("scheduler.ini"));
     ConfigReader::IniReader(configFile);
     const QString serverName = parser.isSet(serverNameOption) ? parser.value(serverNameOption)
-                                                              : ConfigReader::getSchedulerLocalServerName();
+                                                              : config.schedulerServerName;
 
     int exitCode = 0;
     SchedulerDatabase database;
@@ -120,38 +148,55 @@ int main(int argc, char* argv[])
             return 2;
         }
         const QString dbFile = QDir(dataDir).filePath(QStringLiteral("plans.db"));
-        SchedulerService service(database, QDir(dataDir).filePath(QStringLiteral("email.ini")));
-        if (!database.Init(dbFile) || !service.LoadPlans()) {
-            err() << "backupframe-scheduler: cannot open the database " << dbFile << "\n";
+        SchedulerService::Settings settings;
+        settings.missedRule = config.missedRule;
+        settings.parallelRuns = config.parallelRuns;
+        settings.emailFile = QDir(dataDir).filePath(QStringLiteral("email.ini"));
+        const Clock clock;
+        SchedulerService service(database, settings, clock);
+        RequestHandler handler(service);
+        QString dbError;
+        if (!database.Init(dbFile)) {
+            dbError = database.LastError();
+        } else if (!database.PrepareRunTable(dbError)) {
+        } else if (!service.Start()) {
+            dbError = database.LastError();
+        }
+        if (!dbError.isNull()) {
+            err() << "backupframe-scheduler: cannot use the database " << dbFile << ": "
+                  << (dbError.isEmpty() ? QStringLiteral("see the log") : dbError) << "\n";
             exitCode = 3;
         } else if (!localServer.Start(serverName, 0)) {
             err() << "backupframe-scheduler: cannot serve '" << serverName << "'\n";
             exitCode = 3;
         } else if (parser.isSet(tcpOption)
-                   && (!tcpServer.Init(CommunAttribute::TcpProtocol)
-                       || !tcpServer.Start(QString(), ConfigReader::getTcpServerPort()))) {
-            err() << "backupframe-scheduler: cannot listen on TCP port " << ConfigReader::getTcpServerPort() << "\n";
+                   && (!tcpServer.Init(CommunAttribute::TcpProtocol) || !tcpServer.Start(QString(), config.tcpPort))) {
+            err() << "backupframe-scheduler: cannot listen on TCP port " << config.tcpPort << "\n";
             exitCode = 3;
         }
         if (exitCode == 0) {
-            service.Serve(&localServer);
+            handler.Serve(&localServer);
             if (parser.isSet(tcpOption))
-                service.Serve(&tcpServer);
+                handler.Serve(&tcpServer);
+            // The dispatch queue carries the process's own requests to other endpoints.
             dispatch.Init();
             dispatch.Start();
-            QObject::connect(&dispatch, SIGNAL(dealQueuePackageCommand(SocketCommandPackage*)),
-                             &service.Runner(), SLOT(onDealQueuePackageCommand(SocketCommandPackage*)),
-                             Qt::QueuedConnection);
             quitOnSignals(app);
+            ServiceLog::Info(QStringLiteral("Scheduler serving '%1'%2, data in %3.")
+                                 .arg(serverName,
+                                      parser.isSet(tcpOption) ? QStringLiteral(" and TCP port %1").arg(config.tcpPort)
+                                                              : QString(),
+                                      dataDir));
             out() << "backupframe-scheduler: serving '" << serverName << "'";
             if (parser.isSet(tcpOption))
-                out() << " and TCP port " << ConfigReader::getTcpServerPort();
+                out() << " and TCP port " << config.tcpPort;
             out() << ", data in " << dataDir << Qt::endl;
             app.exec();
             out() << "backupframe-scheduler: stopping" << Qt::endl;
             dispatch.Stop();
             dispatch.UnInit();
         }
+        service.Stop();
         localServer.Stop();
         localServer.UnInit();
         tcpServer.Stop();

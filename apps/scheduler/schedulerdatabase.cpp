@@ -102,14 +102,98 @@ bool SchedulerDatabase::WritePlanRows(const SchedulerPlan& plan, bool insert)
     return exec(query, "WritePlanRows");
 }
 
-bool SchedulerDatabase::InsertPlan(const SchedulerPlan& plan)
+QString SchedulerDatabase::LastError() const
 {
-    return Transaction([&] { return WritePlanRows(plan, true); });
+    return m_pdb ? m_pdb->lastError().text() : QString();
 }
 
-bool SchedulerDatabase::UpdatePlan(const SchedulerPlan& plan)
+bool SchedulerDatabase::PrepareRunTable(QString& error)
 {
-    return Transaction([&] { return WritePlanRows(plan, false); });
+    if (!IsOpen()) {
+        error = QStringLiteral("the database is not open");
+        return false;
+    }
+    QSqlQuery query(*m_pdb);
+    bool ok = query.exec(QStringLiteral(
+        "CREATE TABLE IF NOT EXISTS tb_plan_runs(plan_uuid VARCHAR(254) PRIMARY KEY NOT NULL,"
+        "last_fire_time VARCHAR(32) NOT NULL DEFAULT '',run_start_time VARCHAR(32) NOT NULL DEFAULT '')"));
+    // A write that is rolled back: a read-only or damaged file is found now, not at the first request.
+    if (ok && m_pdb->transaction()) {
+        ok = query.exec(QStringLiteral("INSERT OR REPLACE INTO tb_plan_runs(plan_uuid) VALUES('')"));
+        m_pdb->rollback();
+    }
+    if (!ok)
+        error = query.lastError().text();
+    return ok;
+}
+
+bool SchedulerDatabase::WriteRunRow(const QString& planUuid, const char* column, const QString& value)
+{
+    QSqlQuery query(*m_pdb);
+    query.prepare(QStringLiteral("INSERT INTO tb_plan_runs(plan_uuid,%1) VALUES(?,?) "
+                                 "ON CONFLICT(plan_uuid) DO UPDATE SET %1=excluded.%1")
+                      .arg(QLatin1String(column)));
+    query.addBindValue(planUuid);
+    query.addBindValue(value.isNull() ? QStringLiteral("") : value);   // a null QString binds as NULL
+    return exec(query, "WriteRunRow");
+}
+
+bool SchedulerDatabase::InsertPlan(const SchedulerPlan& plan, const QString& lastFireTime)
+{
+    return Transaction([&] {
+        return WritePlanRows(plan, true) && WriteRunRow(plan.getPlanUuid(), "last_fire_time", lastFireTime);
+    });
+}
+
+bool SchedulerDatabase::UpdatePlan(const SchedulerPlan& plan, const QString& lastFireTime)
+{
+    return Transaction([&] {
+        return WritePlanRows(plan, false)
+               && (lastFireTime.isEmpty() || WriteRunRow(plan.getPlanUuid(), "last_fire_time", lastFireTime));
+    });
+}
+
+bool SchedulerDatabase::SetLastFireTime(const QString& planUuid, const QString& lastFireTime)
+{
+    return Transaction([&] { return WriteRunRow(planUuid, "last_fire_time", lastFireTime); });
+}
+
+bool SchedulerDatabase::StartRun(const SchedulerPlan& plan, const QString& runStartTime)
+{
+    return Transaction([&] {
+        return WritePlanRows(plan, false) && WriteRunRow(plan.getPlanUuid(), "run_start_time", runStartTime);
+    });
+}
+
+bool SchedulerDatabase::FinishRun(const SchedulerPlan& plan, const JournalAttribute& journal)
+{
+    // A plan deleted during its run leaves only the journal.
+    return Transaction([&] {
+        QSqlQuery query(*m_pdb);
+        query.prepare(QStringLiteral("SELECT 1 FROM tb_schemes WHERE plan_uuid=?"));
+        query.addBindValue(plan.getPlanUuid());
+        if (!exec(query, "FinishRun"))
+            return false;
+        const bool stored = query.next();
+        query.finish();
+        return (!stored || (WritePlanRows(plan, false) && WriteRunRow(plan.getPlanUuid(), "run_start_time", QString())))
+               && WriteJournal(journal);
+    });
+}
+
+bool SchedulerDatabase::LoadRunRows(QHash<QString, PlanRunRow>& rows)
+{
+    if (!IsOpen())
+        return false;
+    QSqlQuery query(*m_pdb);
+    query.setForwardOnly(true);
+    if (!query.exec(QStringLiteral("SELECT plan_uuid,last_fire_time,run_start_time FROM tb_plan_runs"))) {
+        logFailure(query, "LoadRunRows");
+        return false;
+    }
+    while (query.next())
+        rows.insert(query.value(0).toString(), PlanRunRow{query.value(1).toString(), query.value(2).toString()});
+    return true;
 }
 
 bool SchedulerDatabase::DeletePlan(const SchedulerPlan& plan)
@@ -120,7 +204,8 @@ bool SchedulerDatabase::DeletePlan(const SchedulerPlan& plan)
             {QStringLiteral("DELETE FROM tb_schemes WHERE plan_uuid=?"), plan.getPlanUuid()},
             {QStringLiteral("DELETE FROM tb_tasks WHERE task_name=?"), plan.getTaskAttribute().getTaskName()},
             {QStringLiteral("DELETE FROM tb_triggers WHERE trigger_name=?"),
-             plan.getTriggerAttribute().getTriggerName()}};
+             plan.getTriggerAttribute().getTriggerName()},
+            {QStringLiteral("DELETE FROM tb_plan_runs WHERE plan_uuid=?"), plan.getPlanUuid()}};
         for (const auto& row : rows) {
             query.prepare(row.first);
             query.addBindValue(row.second);
@@ -178,20 +263,23 @@ bool SchedulerDatabase::LoadPlans(QList<SchedulerPlan>& plans)
 
 bool SchedulerDatabase::InsertJournal(const JournalAttribute& journal)
 {
-    return Transaction([&] {
-        QSqlQuery query(*m_pdb);
-        query.prepare(QStringLiteral(
-            "INSERT INTO tb_Journals(journal_uuid,plan_uuid,plan_name,task_name,start_time,end_time,"
-            "record_time,time_consuming,result,error_reason,solution) VALUES(?,?,?,?,?,?,?,?,?,?,?)"));
-        for (const QVariant& v : {QVariant(journal.getJournalUuid()), QVariant(journal.getPlanUuid()),
-                                  QVariant(journal.getPlanName()), QVariant(journal.getTaskName()),
-                                  QVariant(journal.getStartTime()), QVariant(journal.getEndTime()),
-                                  QVariant(journal.getCreateTime()), number(journal.getTimeConsuming()),
-                                  QVariant(journal.getResult()), QVariant(journal.getErrorReason()),
-                                  QVariant(journal.getSolution())})
-            query.addBindValue(v);
-        return exec(query, "InsertJournal");
-    });
+    return Transaction([&] { return WriteJournal(journal); });
+}
+
+bool SchedulerDatabase::WriteJournal(const JournalAttribute& journal)
+{
+    QSqlQuery query(*m_pdb);
+    query.prepare(QStringLiteral(
+        "INSERT INTO tb_Journals(journal_uuid,plan_uuid,plan_name,task_name,start_time,end_time,"
+        "record_time,time_consuming,result,error_reason,solution) VALUES(?,?,?,?,?,?,?,?,?,?,?)"));
+    for (const QVariant& v : {QVariant(journal.getJournalUuid()), QVariant(journal.getPlanUuid()),
+                              QVariant(journal.getPlanName()), QVariant(journal.getTaskName()),
+                              QVariant(journal.getStartTime()), QVariant(journal.getEndTime()),
+                              QVariant(journal.getCreateTime()), number(journal.getTimeConsuming()),
+                              QVariant(journal.getResult()), QVariant(journal.getErrorReason()),
+                              QVariant(journal.getSolution())})
+        query.addBindValue(v);
+    return exec(query, "InsertJournal");
 }
 
 bool SchedulerDatabase::LoadJournals(const QString& planUuid, QList<JournalAttribute>& journals)

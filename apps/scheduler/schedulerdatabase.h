@@ -3,23 +3,47 @@
 
 #include <backupframe.h>
 
+#include <QHash>
 #include <QList>
 #include <QString>
 #include <QStringList>
 
 #include <functional>
 
-// The scheduler's own statements on the library's tables: plans are stored whole
-// (scheme, task and trigger rows in one transaction) or not at all. Main thread only.
+// What the service keeps about each plan's schedule and run beyond the library's tables
+// (table tb_plan_runs): the instant up to which its occurrences were handled, and the
+// start of a run in progress (empty when none is).
+struct PlanRunRow {
+    QString lastFireTime;
+    QString runStartTime;
+};
+
+// The scheduler's own statements on the library's tables and on its own tb_plan_runs:
+// every change is one transaction, stored whole or not at all. Main thread only.
 class SchedulerDatabase : public DatabaseFunctionOperation
 {
 public:
-    bool InsertPlan(const SchedulerPlan& plan);
-    // Replaces the plan's scheme fields, task and trigger rows (names are kept as stored).
-    bool UpdatePlan(const SchedulerPlan& plan);
-    // Removes the plan, its task and its trigger; its journals stay.
+    // Creates tb_plan_runs when missing and proves that the file can be written;
+    // false with the SQL error text.
+    bool PrepareRunTable(QString& error);
+    // The connection's last error text (why Init failed, for instance).
+    QString LastError() const;
+
+    // Stores the plan's rows; its handled-up-to instant starts at lastFireTime.
+    bool InsertPlan(const SchedulerPlan& plan, const QString& lastFireTime);
+    // Replaces the plan's scheme fields, task and trigger rows (names are kept as stored);
+    // a non-empty lastFireTime also resets the handled-up-to instant.
+    bool UpdatePlan(const SchedulerPlan& plan, const QString& lastFireTime = QString());
+    // Removes the plan, its task, its trigger and its run row; its journals stay.
     bool DeletePlan(const SchedulerPlan& plan);
     bool LoadPlans(QList<SchedulerPlan>& plans);
+    bool LoadRunRows(QHash<QString, PlanRunRow>& rows);
+    bool SetLastFireTime(const QString& planUuid, const QString& lastFireTime);
+
+    // A run starts: the plan's scheme (status "Running") and the run's start, together.
+    bool StartRun(const SchedulerPlan& plan, const QString& runStartTime);
+    // A run ends: the plan's scheme and its journal together; the run row is cleared.
+    bool FinishRun(const SchedulerPlan& plan, const JournalAttribute& journal);
 
     bool InsertJournal(const JournalAttribute& journal);
     // All journals, or one plan's when planUuid is not empty; oldest first.
@@ -30,6 +54,8 @@ public:
 private:
     bool IsOpen() const;
     bool WritePlanRows(const SchedulerPlan& plan, bool insert);
+    bool WriteJournal(const JournalAttribute& journal);
+    bool WriteRunRow(const QString& planUuid, const char* column, const QString& value);
     bool Transaction(const std::function<bool()>& work);
 };
 

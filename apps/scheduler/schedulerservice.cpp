@@ -1,384 +1,277 @@
 #include "schedulerservice.h"
 
-#include <QDateTime>
+#include "servicelog.h"
+#include "triggerschedule.h"
+
 #include <QFileInfo>
-
-#include <log4cpp/Category.hh>
-
-#include <algorithm>
-#include <memory>
 
 using namespace SchedulerProtocol;
 
 namespace {
 
-const QString kTimeFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss");
+// Missed occurrences counted for the journal of the "journal" rule; past this it says "at least".
+constexpr int kMissedCountLimit = 1000;
 
-QString now()
+QString timeText(const QDateTime& time)
 {
-    return QDateTime::currentDateTime().toString(kTimeFormat);
+    return time.toString(TriggerSchedule::TimeFormat);
 }
 
-void warn(const QString& text)
+QString planText(const SchedulerPlan& plan)
 {
-    Logger::GetFileLogHandle().warn(text.toStdString());
-}
-
-QString outcomeText(int outcome)
-{
-    switch (outcome) {
-    case OperationRunner::Succeeded: return QStringLiteral("Succeeded");
-    case OperationRunner::Failed: return QStringLiteral("Failed");
-    default: return QStringLiteral("Cancelled");
-    }
+    return QStringLiteral("%1 %2").arg(plan.getPlanName(), plan.getPlanUuid());
 }
 
 } // namespace
 
-SchedulerService::SchedulerService(SchedulerDatabase& database, const QString& emailFile, QObject* parent)
+SchedulerService::SchedulerService(SchedulerDatabase& database, const Settings& settings, const Clock& clock,
+                                   QObject* parent)
     : QObject(parent)
-    , m_database(database)
-    , m_emailFile(emailFile)
+    , m_store(database)
+    , m_settings(settings)
+    , m_clock(clock)
+    , m_operations(OperationRegistry::WithBuiltIns())
+    , m_runs(m_store, m_operations, settings.parallelRuns)
+    , m_triggers(clock)
 {
-    m_email.Init(emailFile);
+    m_email.Init(settings.emailFile);
     m_email.ReadConfig();
-    connect(&m_runner, &OperationRunner::runDequeued, this, &SchedulerService::onRunDequeued);
-    connect(&m_runner, &OperationRunner::runFinished, this, &SchedulerService::onRunFinished);
+    connect(&m_triggers, &TriggerScheduler::due, this, &SchedulerService::onDue);
+    connect(&m_runs, &RunController::runFinished, this, &SchedulerService::runFinished);
 }
 
-bool SchedulerService::LoadPlans()
+bool SchedulerService::Start()
 {
-    QList<SchedulerPlan> plans;
-    if (!m_database.LoadPlans(plans))
+    if (!m_store.Load())
         return false;
-    m_plans.clear();
-    for (SchedulerPlan& plan : plans) {
-        // A run that was in progress when the service stopped did not finish.
-        if (plan.getSchemeAttribute().getStatus() == QLatin1String("Running"))
-            plan.getObjectSchemeAttribute().setStatus(QStringLiteral("Cancelled"));
-        m_plans.insert(plan.getPlanUuid(), plan);
-    }
+    RecoverInterruptedRuns();
+    const QDateTime now = m_clock.Now();
+    // Copies of the order: starting a catch-up run changes the plans it points to.
+    for (const SchedulerPlan* plan : std::vector<const SchedulerPlan*>(m_store.Ordered()))
+        HandleMissed(*plan, now);
+    for (const SchedulerPlan* plan : std::vector<const SchedulerPlan*>(m_store.Ordered()))
+        Reschedule(plan->getPlanUuid(), now);
+    ServiceLog::Info(QStringLiteral("Scheduler started: %1 plans, %2 of them scheduled.")
+                         .arg(m_store.Count())
+                         .arg(m_triggers.Count()));
     return true;
 }
 
-void SchedulerService::Serve(CommunServer* server)
+void SchedulerService::Stop()
 {
-    connect(server, &CommunServer::incomingBlockData, this, &SchedulerService::onIncomingBlockData);
+    m_runs.Shutdown();
+    ServiceLog::Info(QStringLiteral("Scheduler stopped."));
 }
 
-void SchedulerService::onIncomingBlockData(quint64, QIODevice* psocket, QByteArray bytes)
+// A run whose start was stored but whose end was not: the service ended during it.
+void SchedulerService::RecoverInterruptedRuns()
 {
-    auto* server = qobject_cast<CommunServer*>(sender());
-    std::unique_ptr<CommCommand, void (*)(CommCommand*)> command(
-        CommandBuilder::BytearrayToCommand(bytes), &CommandBuilder::DestroyCommand);
-    if (!server || !psocket || !command)
-        return;
-
-    ResultCommand result(ResultType);
-    result.GetRequestCommandInfo(*command);
-    auto* request = dynamic_cast<RequestCommand*>(command.get());
-    bool deferred = false;
-    ErrorNumber error = UnknownCommand;
-    if (request)
-        error = Handle(*request, result, deferred);
-    if (error == UnknownCommand)
-        warn(QStringLiteral("Unknown command type %1 in the onIncomingBlockData.").arg(command->getCommandType()));
-    else if (error == BadPayload)
-        warn(QStringLiteral("Request payload of %1 does not decode in the onIncomingBlockData.")
-                 .arg(command->getTraceFlag()));
-
-    if (deferred) {
-        PendingAnswer& pending = m_pending[command->getPlanUuid()];
-        pending.server = server;
-        pending.socket = psocket;
-        pending.result = result;
-        return;
-    }
-    result.setUintResult(ResultCode(error));
-    if (error != NoError)
-        result.setResultData(QByteArray());
-    Answer(server, psocket, result);
-}
-
-SchedulerService::ErrorNumber SchedulerService::Handle(RequestCommand& request, ResultCommand& result,
-                                                       bool& deferred)
-{
-    switch (request.getCommandType()) {
-    case LoadSchedulersType: return LoadSchedulers(result);
-    case LoadJournalsType: return LoadJournals(request, result);
-    case NewOperationType: return NewOperation(request, result);
-    case EditOperationType: return EditOperation(request, result);
-    case DeleteOperationType: return DeleteOperation(request);
-    case ExecuteOperationType: return ExecuteOperation(request, deferred);
-    case CancelOperationType: return CancelOperation(request, result);
-    case DeleteSelectJournalType: return DeleteSelectJournal(request);
-    case DeleteAllJournalType: return DeleteAllJournal();
-    case EmailConfigUpdateType: return EmailConfigUpdate(request);
-    case LoadEmailConfigType: return LoadEmailConfig(result);
-    default: return UnknownCommand;
+    const QString now = timeText(QDateTime::currentDateTime());
+    const QString reason = QStringLiteral("The scheduler service ended during the run (it was killed, crashed or "
+                                          "the machine lost power).");
+    const QString solution = QStringLiteral("Nothing was lost: run the plan again now (backupframe-agent run PLAN) or "
+                                            "wait for its next start. If this happens again, read the scheduler's log.");
+    for (const SchedulerPlan* stored : std::vector<const SchedulerPlan*>(m_store.Ordered())) {
+        const PlanRunRow row = m_store.RunRow(stored->getPlanUuid());
+        if (row.runStartTime.isEmpty() && stored->getSchemeAttribute().getStatus() != QLatin1String("Running"))
+            continue;
+        SchedulerPlan plan(*stored);
+        plan.setStartTime(row.runStartTime);
+        plan.setEndTime(now);
+        plan.setWasError(true);
+        plan.setErrorMessage(reason);
+        plan.setResultCode(Interrupted);
+        plan.getObjectSchemeAttribute().setStatus(OutcomeText(Interrupted));
+        plan.getObjectSchemeAttribute().setExecutState(QString());
+        plan.getObjectSchemeAttribute().setLatestFinishTime(now);
+        const JournalAttribute journal =
+            RunController::MakeJournal(plan, Interrupted, row.runStartTime, now, 0, reason, solution);
+        if (!m_store.FinishRun(plan, journal))
+            ServiceLog::Error(QStringLiteral("Store an interrupted run of %1 failed in the RecoverInterruptedRuns.")
+                                  .arg(plan.getPlanUuid()));
+        ServiceLog::Info(QStringLiteral("Run interrupted: %1 (started %2, the service ended during it).")
+                             .arg(planText(plan), row.runStartTime));
     }
 }
 
-SchedulerService::ErrorNumber SchedulerService::LoadSchedulers(ResultCommand& result)
+// Occurrences between the last handled instant and now passed while the service was down.
+void SchedulerService::HandleMissed(const SchedulerPlan& plan, const QDateTime& now)
 {
-    QList<SchedulerPlan> plans = m_plans.values();
-    std::stable_sort(plans.begin(), plans.end());
-    ResultLoadSchedulersData data;
-    for (const SchedulerPlan& plan : plans)
-        data.getObjectActionPlansList().append(new SchedulerPlan(WithNextStart(plan)));
-    result.setResultData(EncodePayload(data));
-    return NoError;
+    const QString uuid = plan.getPlanUuid();
+    const QDateTime handled = QDateTime::fromString(m_store.RunRow(uuid).lastFireTime, TriggerSchedule::TimeFormat);
+    if (!handled.isValid())
+        return;   // nothing known: the schedule starts from now
+    const TriggerAttribute trigger = plan.getTriggerAttribute();
+    const QDateTime first = TriggerSchedule::NextFireTime(trigger, handled);
+    if (!first.isValid() || first > now)
+        return;
+    int missed = 0;
+    for (QDateTime at = first; at.isValid() && at <= now && missed < kMissedCountLimit;
+         at = TriggerSchedule::NextFireTime(trigger, at))
+        ++missed;
+    const QString what = missed == 1 ? QStringLiteral("the occurrence at %1").arg(timeText(first))
+                                     : QStringLiteral("%1%2 occurrences from %3")
+                                           .arg(missed >= kMissedCountLimit ? QStringLiteral("at least ") : QString())
+                                           .arg(missed)
+                                           .arg(timeText(first));
+    ServiceLog::Info(QStringLiteral("Plan missed %1 while the service was down: %2.").arg(what, planText(plan)));
+    m_store.SetHandledUpTo(uuid, now);
+    if (m_settings.missedRule == CatchUpMissed) {
+        m_runs.Request(uuid, CatchUpRun);
+    } else if (m_settings.missedRule == JournalMissed) {
+        m_runs.RecordWithoutRun(
+            uuid, Skipped, QStringLiteral("The scheduler service was not running at %1.").arg(what),
+            QStringLiteral("Run the plan now if it is needed, and let the service start at login "
+                           "(systemctl --user enable backupframe-scheduler) so that it misses nothing."));
+    }
 }
 
-SchedulerService::ErrorNumber SchedulerService::LoadJournals(const RequestCommand& request,
-                                                             ResultCommand& result)
+void SchedulerService::Reschedule(const QString& planUuid, const QDateTime& after)
 {
-    QList<JournalAttribute> journals;
-    if (!m_database.LoadJournals(request.getPlanUuid(), journals))
-        return StorageFailed;
-    ResultLoadJournalsData data;
-    for (const JournalAttribute& journal : journals)
-        data.getObjectJournalAttrList().append(new JournalAttribute(journal));
-    result.setResultData(EncodePayload(data));
-    return NoError;
+    const SchedulerPlan* stored = m_store.Find(planUuid);
+    if (!stored)
+        return;
+    const QDateTime next = TriggerSchedule::NextFireTime(stored->getTriggerAttribute(), after);
+    m_triggers.Schedule(planUuid, next);
+    const QString text = next.isValid() ? timeText(next) : QString();
+    if (stored->getNextStartTime() != text) {
+        SchedulerPlan plan(*stored);
+        plan.setNextStartTime(text);
+        m_store.SetVolatile(plan);
+    }
 }
 
-SchedulerService::ErrorNumber SchedulerService::NewOperation(const RequestCommand& request,
-                                                             ResultCommand& result)
+void SchedulerService::onDue(const QString& planUuid, const QDateTime& instant)
 {
-    RequestNewOperationData data;
-    if (!DecodePayload(request.getRequestData(), data))
-        return BadPayload;
-    if (!OperationRunner::IsRegistered(data.getTaskAttribute().getOperationRegisterName()))
+    const SchedulerPlan* plan = m_store.Find(planUuid);
+    if (!plan)
+        return;
+    ServiceLog::Info(QStringLiteral("Plan fired: %1 (due at %2).").arg(planText(*plan), timeText(instant)));
+    if (!m_store.SetHandledUpTo(planUuid, instant))
+        ServiceLog::Error(QStringLiteral("Store the fire time of %1 failed in the onDue.").arg(planUuid));
+    if (m_runs.IsBusy(planUuid)) {
+        m_runs.RecordWithoutRun(
+            planUuid, Skipped, QStringLiteral("The plan was still running when it was due at %1.").arg(timeText(instant)),
+            QStringLiteral("Leave more time between the plan's starts, or find out why its runs take this long."));
+    } else if (m_runs.Request(planUuid, ScheduledRun) != NoError) {
+        ServiceLog::Warn(QStringLiteral("Plan %1 could not run at %2: its operation is not registered.")
+                             .arg(planText(*plan), timeText(instant)));
+    }
+    const QDateTime now = m_clock.Now();
+    Reschedule(planUuid, now > instant ? now : instant);
+}
+
+SchedulerService::ErrorNumber SchedulerService::CheckTask(const TaskAttribute& task,
+                                                          const TriggerAttribute& trigger) const
+{
+    QString reason;
+    if (!m_operations.Contains(task.getOperationRegisterName()))
         return UnknownOperation;
+    if (!m_operations.Validate(task, reason))
+        return BadParameter;
+    if (!TriggerSchedule::Validate(trigger, reason))
+        return InvalidTrigger;
+    return NoError;
+}
 
+SchedulerService::ErrorNumber SchedulerService::CreatePlan(const QString& name, const RequestNewOperationData& data,
+                                                           QString& planUuid)
+{
+    if (const ErrorNumber error = CheckTask(data.getTaskAttribute(), data.getTriggerAttribute()))
+        return error;
     SchedulerPlan plan(data);
     const QString uuid = CommonTools::CreateUuid();
     plan.setPlanUuid(uuid);
-    plan.setPlanName(request.getPlanName());
+    plan.setPlanName(name);
     plan.getObjectTaskAttribute().setTaskName(CommonTools::GetJobName(uuid));
     plan.getObjectTriggerAttribute().setTriggerName(CommonTools::GetTriggerName(uuid));
-    if (!m_database.InsertPlan(plan))
+    const QDateTime now = m_clock.Now();
+    if (!m_store.Insert(plan, now))
         return StorageFailed;
-    m_plans.insert(uuid, plan);
-    result.setPlanUuid(uuid);
-    result.setResultData(PlanPayload(uuid));
+    planUuid = uuid;
+    ServiceLog::Info(QStringLiteral("Plan created: %1 (%2).").arg(planText(plan), plan.getTaskAttribute().getOperationRegisterName()));
+    Reschedule(uuid, now);
     return NoError;
 }
 
-SchedulerService::ErrorNumber SchedulerService::EditOperation(const RequestCommand& request,
-                                                              ResultCommand& result)
+SchedulerService::ErrorNumber SchedulerService::EditPlan(const QString& planUuid, const SchedulerPlan& edit)
 {
-    SchedulerPlanData data;
-    if (!DecodePayload(request.getRequestData(), data))
-        return BadPayload;
-    const SchedulerPlan& edit = data.getRfrnSchedulerPlan();
-    const QString uuid = request.getPlanUuid().isEmpty() ? edit.getPlanUuid() : request.getPlanUuid();
-    if (!m_plans.contains(uuid))
+    const SchedulerPlan* stored = m_store.Find(planUuid);
+    if (!stored)
         return PlanNotFound;
-    if (!OperationRunner::IsRegistered(edit.getTaskAttribute().getOperationRegisterName()))
-        return UnknownOperation;
-
-    SchedulerPlan plan = m_plans.value(uuid);
+    if (const ErrorNumber error = CheckTask(edit.getTaskAttribute(), edit.getTriggerAttribute()))
+        return error;
+    SchedulerPlan plan(*stored);
     TaskAttribute task = edit.getTaskAttribute();
     TriggerAttribute trigger = edit.getTriggerAttribute();
     task.setTaskName(plan.getTaskAttribute().getTaskName());
     trigger.setTriggerName(plan.getTriggerAttribute().getTriggerName());
+    const bool triggerChanged = trigger != plan.getTriggerAttribute();
     plan.setTaskAttribute(task);
     plan.setTriggerAttribute(trigger);
     if (!edit.getPlanName().isEmpty())
         plan.setPlanName(edit.getPlanName());
-    if (!m_database.UpdatePlan(plan))
+    // A new schedule starts now: occurrences it would have had before the edit were not missed.
+    const QDateTime now = m_clock.Now();
+    if (!m_store.Update(plan, triggerChanged ? now : QDateTime()))
         return StorageFailed;
-    m_plans.insert(uuid, plan);
-    result.setPlanUuid(uuid);
-    result.setResultData(PlanPayload(uuid));
+    ServiceLog::Info(QStringLiteral("Plan edited: %1.").arg(planText(plan)));
+    Reschedule(planUuid, now);
     return NoError;
 }
 
-SchedulerService::ErrorNumber SchedulerService::DeleteOperation(const RequestCommand& request)
+SchedulerService::ErrorNumber SchedulerService::DeletePlan(const QString& planUuid)
 {
-    const QString uuid = request.getPlanUuid();
-    if (!m_plans.contains(uuid))
+    const SchedulerPlan* stored = m_store.Find(planUuid);
+    if (!stored)
         return PlanNotFound;
-    m_runner.Cancel(uuid);   // a waiting run ends as cancelled, with its journal
-    if (!m_database.DeletePlan(m_plans.value(uuid)))
+    const QString text = planText(*stored);
+    m_runs.Cancel(planUuid);   // a run in progress still ends with its journal
+    if (!m_store.Remove(planUuid))
         return StorageFailed;
-    m_plans.remove(uuid);
+    m_triggers.Remove(planUuid);
+    ServiceLog::Info(QStringLiteral("Plan deleted: %1.").arg(text));
     return NoError;
 }
 
-SchedulerService::ErrorNumber SchedulerService::ExecuteOperation(const RequestCommand& request, bool& deferred)
+SchedulerService::ErrorNumber SchedulerService::RunNow(const QString& planUuid)
 {
-    const QString uuid = request.getPlanUuid();
-    if (!m_plans.contains(uuid))
+    return m_runs.Request(planUuid, ManualRun);
+}
+
+SchedulerService::ErrorNumber SchedulerService::Cancel(const QString& planUuid)
+{
+    if (!m_store.Contains(planUuid))
         return PlanNotFound;
-    const SchedulerPlan& plan = m_plans[uuid];
-    if (plan.getIsRunning() || m_pending.contains(uuid))
-        return PlanBusy;
-    if (!OperationRunner::IsRegistered(plan.getTaskAttribute().getOperationRegisterName()))
-        return UnknownOperation;
-    if (!m_runner.QueueRun(uuid))
-        return StorageFailed;
-    deferred = true;   // answered when the run has started (or finished)
-    return NoError;
+    return m_runs.Cancel(planUuid);
 }
 
-SchedulerService::ErrorNumber SchedulerService::CancelOperation(const RequestCommand& request,
-                                                                ResultCommand& result)
+SchedulerService::ErrorNumber SchedulerService::LoadJournals(const QString& planUuid,
+                                                             QList<JournalAttribute>& journals)
 {
-    const QString uuid = request.getPlanUuid();
-    if (!m_plans.contains(uuid))
-        return PlanNotFound;
-    if (!m_runner.Cancel(uuid))
-        return PlanNotRunning;
-    result.setResultData(PlanPayload(uuid));
-    return NoError;
+    return m_store.Database().LoadJournals(planUuid, journals) ? NoError : StorageFailed;
 }
 
-SchedulerService::ErrorNumber SchedulerService::DeleteSelectJournal(const RequestCommand& request)
-{
-    QstringListData data;
-    if (!DecodePayload(request.getRequestData(), data))
-        return BadPayload;
-    int deleted = 0;
-    return m_database.DeleteJournals(data.getQstringList(), deleted) ? NoError : StorageFailed;
-}
-
-SchedulerService::ErrorNumber SchedulerService::DeleteAllJournal()
+SchedulerService::ErrorNumber SchedulerService::DeleteJournals(const QStringList& journalUuids)
 {
     int deleted = 0;
-    return m_database.DeleteAllJournals(deleted) ? NoError : StorageFailed;
+    return m_store.Database().DeleteJournals(journalUuids, deleted) ? NoError : StorageFailed;
 }
 
-SchedulerService::ErrorNumber SchedulerService::EmailConfigUpdate(const RequestCommand& request)
+SchedulerService::ErrorNumber SchedulerService::DeleteAllJournals()
 {
-    RequestEmailConfigUpdateData data;
-    if (!DecodePayload(request.getRequestData(), data))
-        return BadPayload;
+    int deleted = 0;
+    return m_store.Database().DeleteAllJournals(deleted) ? NoError : StorageFailed;
+}
+
+SchedulerService::ErrorNumber SchedulerService::UpdateEmail(const EmailConfigAttribute& settings)
+{
     // The settings writer reports nothing: find out beforehand whether the file can be written.
-    const QFileInfo file(m_emailFile);
+    const QFileInfo file(m_settings.emailFile);
     const bool writable = file.exists() ? file.isWritable() : QFileInfo(file.absolutePath()).isWritable();
     if (!writable)
         return SettingsFailed;
-    m_email.SetConfigAttribute(data.getEmailConfigAttribute());
+    m_email.SetConfigAttribute(settings);
     m_email.WriteConfig();
     return NoError;
-}
-
-SchedulerService::ErrorNumber SchedulerService::LoadEmailConfig(ResultCommand& result)
-{
-    RequestEmailConfigUpdateData data;
-    data.setEmailConfigAttribute(m_email);
-    result.setResultData(EncodePayload(data));
-    return NoError;
-}
-
-void SchedulerService::onRunDequeued(const QString& planUuid)
-{
-    if (!m_plans.contains(planUuid)) {
-        SendPending(planUuid, PlanNotFound);
-        return;
-    }
-    SchedulerPlan& plan = m_plans[planUuid];
-    plan.setIsRunning(true);
-    plan.setWasError(false);
-    plan.setWasCancelled(false);
-    plan.setErrorMessage(QString());
-    plan.setStartTime(now());
-    plan.setEndTime(QString());
-    plan.setCommandActionFlag(ExecuteOperationType);
-    plan.getObjectSchemeAttribute().setStatus(QStringLiteral("Running"));
-    m_runStarted.insert(planUuid, QDateTime::currentDateTime());
-    m_runner.Start(planUuid, plan.getTaskAttribute());
-    SendPending(planUuid, NoError);   // after a run that finished at once, the answer shows its end
-}
-
-void SchedulerService::onRunFinished(const QString& planUuid, int outcome, const QString& reason)
-{
-    if (!m_plans.contains(planUuid))
-        return;
-    SchedulerPlan& plan = m_plans[planUuid];
-    const QDateTime started = m_runStarted.take(planUuid);
-    const QString end = now();
-    plan.setIsRunning(false);
-    plan.setEndTime(end);
-    plan.setWasError(outcome == OperationRunner::Failed);
-    plan.setWasCancelled(outcome == OperationRunner::Cancelled);
-    plan.setErrorMessage(reason);
-    plan.setResultCode(static_cast<quint64>(outcome));
-    SchemeAttribute& scheme = plan.getObjectSchemeAttribute();
-    scheme.setStatus(outcomeText(outcome));
-    scheme.setLatestFinishTime(end);
-    if (!m_database.UpdatePlan(plan))
-        Logger::GetFileLogHandle().error("Store plan state failed in the onRunFinished.");
-
-    JournalAttribute journal;
-    journal.setJournalUuid(CommonTools::CreateUuid());
-    journal.setPlanUuid(planUuid);
-    journal.setPlanName(plan.getPlanName());
-    journal.setTaskName(plan.getTaskAttribute().getTaskName());
-    journal.setStartTime(plan.getStartTime());
-    journal.setEndTime(end);
-    journal.setCreateTime(end);
-    journal.setTimeConsuming(static_cast<quint64>(qMax<qint64>(0, started.msecsTo(QDateTime::currentDateTime()))));
-    journal.setResult(outcomeText(outcome));
-    journal.setCommandActionFlag(plan.getCommandActionFlag());
-    journal.setExecutionState(outcomeText(outcome));
-    if (outcome != OperationRunner::Succeeded) {
-        journal.setErrorReason(reason);
-        journal.setSolution(outcome == OperationRunner::Failed
-                                ? QStringLiteral("Check the plan's operation and its parameter, then run it again.")
-                                : QStringLiteral("Run the plan again when it suits you."));
-    }
-    if (!m_database.InsertJournal(journal))
-        Logger::GetFileLogHandle().error("Store journal failed in the onRunFinished.");
-}
-
-void SchedulerService::SendPending(const QString& planUuid, ErrorNumber error)
-{
-    if (!m_pending.contains(planUuid))
-        return;
-    PendingAnswer pending = m_pending.take(planUuid);
-    pending.result.setUintResult(ResultCode(error));
-    if (error == NoError)
-        pending.result.setResultData(PlanPayload(planUuid));
-    if (pending.server && pending.socket)   // the asking agent may have gone meanwhile
-        Answer(pending.server, pending.socket, pending.result);
-}
-
-void SchedulerService::Answer(CommunServer* server, QIODevice* socket, ResultCommand& result)
-{
-    QByteArray bytes;
-    CommandBuilder::CommandToBytearray(&result, bytes);
-    server->SendResult(socket, bytes);
-}
-
-QByteArray SchedulerService::PlanPayload(const QString& planUuid)
-{
-    SchedulerPlanData data;
-    data.setSchedulerPlan(WithNextStart(m_plans.value(planUuid)));
-    return EncodePayload(data);
-}
-
-SchedulerPlan SchedulerService::WithNextStart(const SchedulerPlan& plan) const
-{
-    // The next firing as the trigger describes it; firing itself is not scheduled here.
-    SchedulerPlan shown(plan);
-    const TriggerAttribute trigger = plan.getTriggerAttribute();
-    const QDateTime start = QDateTime::fromString(trigger.getStartTime(), kTimeFormat);
-    const QDateTime current = QDateTime::currentDateTime();
-    QDateTime next;
-    if (start.isValid() && start > current) {
-        next = start;
-    } else if (start.isValid() && trigger.getInterval() > 0) {
-        const qint64 interval = static_cast<qint64>(qMin<quint64>(trigger.getInterval(), 1ULL << 40));
-        const qint64 periods = start.secsTo(current) / interval + 1;
-        next = start.addSecs(periods * interval);
-    }
-    const QDateTime end = QDateTime::fromString(trigger.getEndTime(), kTimeFormat);
-    if (next.isValid() && trigger.getTriggerEndFlag() && end.isValid() && next > end)
-        next = QDateTime();
-    shown.setNextStartTime(next.isValid() ? next.toString(kTimeFormat) : QString());
-    return shown;
 }

@@ -1,70 +1,77 @@
 #ifndef BACKUPFRAME_SCHEDULER_SCHEDULERSERVICE_H
 #define BACKUPFRAME_SCHEDULER_SCHEDULERSERVICE_H
 
-#include "operationrunner.h"
+#include "operationregistry.h"
+#include "planstore.h"
 #include "protocol.h"
-#include "schedulerdatabase.h"
+#include "runcontroller.h"
+#include "triggerscheduler.h"
 
 #include <backupframe.h>
 
-#include <QHash>
 #include <QObject>
-#include <QPointer>
 
-// Answers the agents' requests: decodes each package that a CommunServer receives,
-// acts on the plans, journals and e-mail settings, and answers on the same socket.
-// Keeps the plans (with their run state) in memory over the database. Main thread.
+// What the service does with plans, runs, journals and e-mail settings, whoever asks:
+// the plan store, the run queue and the trigger timer put together. Plans fire by
+// themselves; occurrences missed while the service was down and runs it did not see
+// finish are dealt with at Start. Main thread.
 class SchedulerService : public QObject
 {
     Q_OBJECT
 
 public:
-    SchedulerService(SchedulerDatabase& database, const QString& emailFile, QObject* parent = nullptr);
+    // What happens to occurrences missed while the service was down (/TriggerFire/date_time_fire_type).
+    enum MissedRule { IgnoreMissed = 0, JournalMissed = 1, CatchUpMissed = 2 };
 
-    bool LoadPlans();
-    void Serve(CommunServer* server);
-    OperationRunner& Runner() { return m_runner; }
-
-private slots:
-    void onIncomingBlockData(quint64 commtype, QIODevice* psocket, QByteArray bytes);
-    void onRunDequeued(const QString& planUuid);
-    void onRunFinished(const QString& planUuid, int outcome, const QString& reason);
-
-private:
-    using ErrorNumber = SchedulerProtocol::ErrorNumber;
-
-    // An answer that waits for a run to start or finish.
-    struct PendingAnswer {
-        QPointer<CommunServer> server;
-        QPointer<QIODevice> socket;
-        ResultCommand result{SchedulerProtocol::ResultType};
+    struct Settings {
+        int missedRule = CatchUpMissed;
+        int parallelRuns = 1;   // /Operation/operation_execute_type
+        QString emailFile;
     };
 
-    ErrorNumber Handle(RequestCommand& request, ResultCommand& result, bool& deferred);
-    ErrorNumber LoadSchedulers(ResultCommand& result);
-    ErrorNumber LoadJournals(const RequestCommand& request, ResultCommand& result);
-    ErrorNumber NewOperation(const RequestCommand& request, ResultCommand& result);
-    ErrorNumber EditOperation(const RequestCommand& request, ResultCommand& result);
-    ErrorNumber DeleteOperation(const RequestCommand& request);
-    ErrorNumber ExecuteOperation(const RequestCommand& request, bool& deferred);
-    ErrorNumber CancelOperation(const RequestCommand& request, ResultCommand& result);
-    ErrorNumber DeleteSelectJournal(const RequestCommand& request);
-    ErrorNumber DeleteAllJournal();
-    ErrorNumber EmailConfigUpdate(const RequestCommand& request);
-    ErrorNumber LoadEmailConfig(ResultCommand& result);
+    SchedulerService(SchedulerDatabase& database, const Settings& settings, const Clock& clock,
+                     QObject* parent = nullptr);
 
-    void Answer(CommunServer* server, QIODevice* socket, ResultCommand& result);
-    void SendPending(const QString& planUuid, ErrorNumber error);
-    QByteArray PlanPayload(const QString& planUuid);
-    SchedulerPlan WithNextStart(const SchedulerPlan& plan) const;
+    // Loads the plans, journals the runs that were in progress when the service ended, applies
+    // the missed-occurrence rule and arms the trigger timer. False when the database refuses.
+    bool Start();
+    // Interrupts every run (journaled) and stops firing.
+    void Stop();
 
-    SchedulerDatabase& m_database;
-    const QString m_emailFile;
+    using ErrorNumber = SchedulerProtocol::ErrorNumber;
+    ErrorNumber CreatePlan(const QString& name, const RequestNewOperationData& data, QString& planUuid);
+    ErrorNumber EditPlan(const QString& planUuid, const SchedulerPlan& edit);
+    ErrorNumber DeletePlan(const QString& planUuid);
+    ErrorNumber RunNow(const QString& planUuid);
+    ErrorNumber Cancel(const QString& planUuid);
+    ErrorNumber LoadJournals(const QString& planUuid, QList<JournalAttribute>& journals);
+    ErrorNumber DeleteJournals(const QStringList& journalUuids);
+    ErrorNumber DeleteAllJournals();
+    ErrorNumber UpdateEmail(const EmailConfigAttribute& settings);
+    EmailConfigAttribute Email() const { return m_email; }
+
+    const PlanStore& Store() const { return m_store; }
+    bool IsBusy(const QString& planUuid) const { return m_runs.IsBusy(planUuid); }
+    const OperationRegistry& Operations() const { return m_operations; }
+
+signals:
+    void runFinished(const QString& planUuid, quint64 outcome);
+
+private:
+    ErrorNumber CheckTask(const TaskAttribute& task, const TriggerAttribute& trigger) const;
+    void RecoverInterruptedRuns();
+    void HandleMissed(const SchedulerPlan& plan, const QDateTime& now);
+    // Arms the plan's next fire after `after` and shows it as the plan's next start.
+    void Reschedule(const QString& planUuid, const QDateTime& after);
+    void onDue(const QString& planUuid, const QDateTime& instant);
+
+    PlanStore m_store;
+    const Settings m_settings;
+    const Clock& m_clock;
+    OperationRegistry m_operations;
+    RunController m_runs;
+    TriggerScheduler m_triggers;
     EmailConfigReaderWriter m_email;
-    OperationRunner m_runner;
-    QHash<QString, SchedulerPlan> m_plans;
-    QHash<QString, PendingAnswer> m_pending;
-    QHash<QString, QDateTime> m_runStarted;
 };
 
 #endif

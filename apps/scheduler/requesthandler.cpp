@@ -1,0 +1,190 @@
+#include "requesthandler.h"
+
+#include "servicelog.h"
+
+#include <memory>
+
+using namespace SchedulerProtocol;
+
+RequestHandler::RequestHandler(SchedulerService& service, QObject* parent)
+    : QObject(parent)
+    , m_service(service)
+{
+    connect(&m_service, &SchedulerService::runFinished, this, &RequestHandler::onRunFinished);
+}
+
+void RequestHandler::Serve(CommunServer* server)
+{
+    connect(server, &CommunServer::incomingBlockData, this, &RequestHandler::onIncomingBlockData);
+}
+
+void RequestHandler::onIncomingBlockData(quint64, QIODevice* psocket, QByteArray bytes)
+{
+    auto* server = qobject_cast<CommunServer*>(sender());
+    std::unique_ptr<CommCommand, void (*)(CommCommand*)> command(
+        CommandBuilder::BytearrayToCommand(bytes), &CommandBuilder::DestroyCommand);
+    if (!server || !psocket || !command)
+        return;
+
+    ResultCommand result(ResultType);
+    result.GetRequestCommandInfo(*command);
+    auto* request = dynamic_cast<RequestCommand*>(command.get());
+    bool deferred = false;
+    const ErrorNumber error = request ? Handle(*request, result, deferred) : UnknownCommand;
+    if (error == UnknownCommand)
+        ServiceLog::Warn(QStringLiteral("Unknown command type %1 in the onIncomingBlockData.").arg(command->getCommandType()));
+    else if (error == BadPayload)
+        ServiceLog::Warn(QStringLiteral("Request payload of %1 does not decode in the onIncomingBlockData.")
+                             .arg(command->getTraceFlag()));
+    if (deferred) {
+        m_waitingForEnd[command->getPlanUuid()].append(PendingAnswer{server, psocket, result});
+        return;
+    }
+    result.setUintResult(ResultCode(error));
+    if (error != NoError)
+        result.setResultData(QByteArray());
+    Send(server, psocket, result);
+}
+
+ResultCommand RequestHandler::Answer(RequestCommand& request)
+{
+    ResultCommand result(ResultType);
+    result.GetRequestCommandInfo(request);
+    bool deferred = false;
+    const ErrorNumber error = Handle(request, result, deferred);
+    result.setUintResult(ResultCode(error));
+    if (error != NoError)
+        result.setResultData(QByteArray());
+    return result;
+}
+
+RequestHandler::ErrorNumber RequestHandler::Handle(RequestCommand& request, ResultCommand& result, bool& deferred)
+{
+    const QString uuid = request.getPlanUuid();
+    switch (request.getCommandType()) {
+    case LoadSchedulersType: return LoadSchedulers(result);
+    case LoadJournalsType: return LoadJournals(request, result);
+    case NewOperationType: return NewOperation(request, result);
+    case EditOperationType: return EditOperation(request, result);
+    case DeleteOperationType: return m_service.DeletePlan(uuid);
+    case ExecuteOperationType: return WithPlan(m_service.RunNow(uuid), uuid, result);
+    case CancelOperationType: {
+        const ErrorNumber error = m_service.Cancel(uuid);
+        deferred = error == NoError && m_service.IsBusy(uuid);   // answered when the run has ended
+        return WithPlan(error, uuid, result);
+    }
+    case DeleteSelectJournalType: return DeleteSelectJournal(request);
+    case DeleteAllJournalType: return m_service.DeleteAllJournals();
+    case EmailConfigUpdateType: return EmailConfigUpdate(request);
+    case LoadEmailConfigType: return LoadEmailConfig(result);
+    default: return UnknownCommand;
+    }
+}
+
+RequestHandler::ErrorNumber RequestHandler::WithPlan(ErrorNumber error, const QString& planUuid, ResultCommand& result)
+{
+    if (error == NoError)
+        result.setResultData(PlanPayload(planUuid));
+    return error;
+}
+
+RequestHandler::ErrorNumber RequestHandler::LoadSchedulers(ResultCommand& result)
+{
+    ResultLoadSchedulersData data;
+    QList<SchedulerPlan*>& list = data.getObjectActionPlansList();
+    const std::vector<const SchedulerPlan*>& plans = m_service.Store().Ordered();
+    list.reserve(static_cast<int>(plans.size()));
+    for (const SchedulerPlan* plan : plans)
+        list.append(new SchedulerPlan(*plan));
+    result.setResultData(EncodePayload(data));
+    return NoError;
+}
+
+RequestHandler::ErrorNumber RequestHandler::LoadJournals(const RequestCommand& request, ResultCommand& result)
+{
+    QList<JournalAttribute> journals;
+    if (const ErrorNumber error = m_service.LoadJournals(request.getPlanUuid(), journals))
+        return error;
+    ResultLoadJournalsData data;
+    for (const JournalAttribute& journal : journals)
+        data.getObjectJournalAttrList().append(new JournalAttribute(journal));
+    result.setResultData(EncodePayload(data));
+    return NoError;
+}
+
+RequestHandler::ErrorNumber RequestHandler::NewOperation(const RequestCommand& request, ResultCommand& result)
+{
+    RequestNewOperationData data;
+    if (!DecodePayload(request.getRequestData(), data))
+        return BadPayload;
+    QString uuid;
+    const ErrorNumber error = m_service.CreatePlan(request.getPlanName(), data, uuid);
+    if (error == NoError)
+        result.setPlanUuid(uuid);
+    return WithPlan(error, uuid, result);
+}
+
+RequestHandler::ErrorNumber RequestHandler::EditOperation(const RequestCommand& request, ResultCommand& result)
+{
+    SchedulerPlanData data;
+    if (!DecodePayload(request.getRequestData(), data))
+        return BadPayload;
+    const SchedulerPlan& edit = data.getRfrnSchedulerPlan();
+    const QString uuid = request.getPlanUuid().isEmpty() ? edit.getPlanUuid() : request.getPlanUuid();
+    const ErrorNumber error = m_service.EditPlan(uuid, edit);
+    if (error == NoError)
+        result.setPlanUuid(uuid);
+    return WithPlan(error, uuid, result);
+}
+
+RequestHandler::ErrorNumber RequestHandler::DeleteSelectJournal(const RequestCommand& request)
+{
+    QstringListData data;
+    if (!DecodePayload(request.getRequestData(), data))
+        return BadPayload;
+    return m_service.DeleteJournals(data.getQstringList());
+}
+
+RequestHandler::ErrorNumber RequestHandler::EmailConfigUpdate(const RequestCommand& request)
+{
+    RequestEmailConfigUpdateData data;
+    if (!DecodePayload(request.getRequestData(), data))
+        return BadPayload;
+    return m_service.UpdateEmail(data.getEmailConfigAttribute());
+}
+
+RequestHandler::ErrorNumber RequestHandler::LoadEmailConfig(ResultCommand& result)
+{
+    RequestEmailConfigUpdateData data;
+    data.setEmailConfigAttribute(m_service.Email());
+    result.setResultData(EncodePayload(data));
+    return NoError;
+}
+
+void RequestHandler::onRunFinished(const QString& planUuid, quint64)
+{
+    const QList<PendingAnswer> pending = m_waitingForEnd.take(planUuid);
+    for (PendingAnswer answer : pending) {
+        answer.result.setUintResult(ResultCode(NoError));
+        answer.result.setResultData(PlanPayload(planUuid));
+        if (answer.server && answer.socket)   // the asking agent may have gone meanwhile
+            Send(answer.server, answer.socket, answer.result);
+    }
+}
+
+void RequestHandler::Send(CommunServer* server, QIODevice* socket, ResultCommand& result)
+{
+    QByteArray bytes;
+    CommandBuilder::CommandToBytearray(&result, bytes);
+    server->SendResult(socket, bytes);
+}
+
+QByteArray RequestHandler::PlanPayload(const QString& planUuid) const
+{
+    const SchedulerPlan* plan = m_service.Store().Find(planUuid);
+    if (!plan)
+        return QByteArray();
+    SchedulerPlanData data;
+    data.setSchedulerPlan(*plan);
+    return EncodePayload(data);
+}

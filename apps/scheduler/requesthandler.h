@@ -1,0 +1,57 @@
+#ifndef BACKUPFRAME_SCHEDULER_REQUESTHANDLER_H
+#define BACKUPFRAME_SCHEDULER_REQUESTHANDLER_H
+
+#include "protocol.h"
+#include "schedulerservice.h"
+
+#include <backupframe.h>
+
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QPointer>
+
+// Decodes each package a CommunServer receives, asks the service, and answers on the same
+// socket with a ResultCommand. A cancel is answered when the run has ended. Main thread.
+class RequestHandler : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit RequestHandler(SchedulerService& service, QObject* parent = nullptr);
+
+    void Serve(CommunServer* server);
+    // The answer to one request, as it would be sent (for callers in the same process).
+    ResultCommand Answer(RequestCommand& request);
+
+private slots:
+    void onIncomingBlockData(quint64 commtype, QIODevice* psocket, QByteArray bytes);
+    void onRunFinished(const QString& planUuid, quint64 outcome);
+
+private:
+    using ErrorNumber = SchedulerProtocol::ErrorNumber;
+
+    struct PendingAnswer {
+        QPointer<CommunServer> server;
+        QPointer<QIODevice> socket;
+        ResultCommand result{SchedulerProtocol::ResultType};
+    };
+
+    ErrorNumber Handle(RequestCommand& request, ResultCommand& result, bool& deferred);
+    ErrorNumber LoadSchedulers(ResultCommand& result);
+    ErrorNumber LoadJournals(const RequestCommand& request, ResultCommand& result);
+    ErrorNumber NewOperation(const RequestCommand& request, ResultCommand& result);
+    ErrorNumber EditOperation(const RequestCommand& request, ResultCommand& result);
+    ErrorNumber DeleteSelectJournal(const RequestCommand& request);
+    ErrorNumber EmailConfigUpdate(const RequestCommand& request);
+    ErrorNumber LoadEmailConfig(ResultCommand& result);
+    ErrorNumber WithPlan(ErrorNumber error, const QString& planUuid, ResultCommand& result);
+
+    void Send(CommunServer* server, QIODevice* socket, ResultCommand& result);
+    QByteArray PlanPayload(const QString& planUuid) const;
+
+    SchedulerService& m_service;
+    QHash<QString, QList<PendingAnswer>> m_waitingForEnd;   // plan uuid -> cancels to answer
+};
+
+#endif

@@ -1,0 +1,250 @@
+#include "runcontroller.h"
+
+#include "servicelog.h"
+#include "triggerschedule.h"
+
+using namespace SchedulerProtocol;
+
+namespace {
+
+QString timeText(const QDateTime& time)
+{
+    return time.toString(TriggerSchedule::TimeFormat);
+}
+
+QString reasonText(RunReason reason)
+{
+    switch (reason) {
+    case ScheduledRun: return QStringLiteral("scheduled");
+    case CatchUpRun: return QStringLiteral("catch-up");
+    default: return QStringLiteral("manual");
+    }
+}
+
+QString solutionFor(quint64 outcome)
+{
+    switch (outcome) {
+    case Failed: return QStringLiteral("Check the plan's operation and its parameter, then run it again.");
+    case Cancelled: return QStringLiteral("Run the plan again when it suits you.");
+    case Interrupted:
+        return QStringLiteral("Nothing was lost: run the plan again now (backupframe-agent run PLAN) or wait for "
+                              "its next start. If the service keeps stopping, read its log.");
+    default: return QString();
+    }
+}
+
+} // namespace
+
+RunController::RunController(PlanStore& store, const OperationRegistry& registry, int parallel, QObject* parent)
+    : QObject(parent)
+    , m_store(store)
+    , m_registry(registry)
+    , m_parallel(qMax(1, parallel))
+{
+}
+
+RunController::~RunController()
+{
+    Shutdown();
+}
+
+bool RunController::IsBusy(const QString& planUuid) const
+{
+    if (m_running.contains(planUuid))
+        return true;
+    return std::any_of(m_queue.begin(), m_queue.end(), [&](const Run& run) { return run.planUuid == planUuid; });
+}
+
+ErrorNumber RunController::Request(const QString& planUuid, RunReason reason)
+{
+    const SchedulerPlan* plan = m_store.Find(planUuid);
+    if (!plan)
+        return PlanNotFound;
+    if (IsBusy(planUuid))
+        return PlanBusy;
+    if (!m_registry.Contains(plan->getTaskAttribute().getOperationRegisterName()))
+        return UnknownOperation;
+    Run run;
+    run.planUuid = planUuid;
+    run.reason = reason;
+    m_queue.append(run);
+    if (m_running.size() >= m_parallel) {
+        SchedulerPlan queued(*plan);
+        queued.getObjectSchemeAttribute().setExecutState(QStringLiteral("Queued"));
+        m_store.SetVolatile(queued);
+    }
+    Pump();
+    return NoError;
+}
+
+void RunController::Pump()
+{
+    while (m_running.size() < m_parallel && !m_queue.isEmpty())
+        Begin(m_queue.takeFirst());
+}
+
+void RunController::Begin(Run run)
+{
+    const SchedulerPlan* stored = m_store.Find(run.planUuid);
+    if (!stored)
+        return;   // deleted while it waited
+    SchedulerPlan plan(*stored);
+    run.started = QDateTime::currentDateTime();
+    plan.setIsRunning(true);
+    plan.setTriggerFlag(run.reason);
+    plan.setWasError(false);
+    plan.setWasCancelled(false);
+    plan.setErrorMessage(QString());
+    plan.setStartTime(timeText(run.started));
+    plan.setEndTime(QString());
+    plan.setBytesProcessed(0);
+    plan.setTotalBytesToCopy(0);
+    plan.setCommandActionFlag(ExecuteOperationType);
+    plan.getObjectSchemeAttribute().setStatus(QStringLiteral("Running"));
+    plan.getObjectSchemeAttribute().setExecutState(QStringLiteral("Running"));
+    if (!m_store.StartRun(plan)) {
+        ServiceLog::Error(QStringLiteral("Store the start of a run of %1 failed in the Begin.").arg(run.planUuid));
+        End(run, Failed, QStringLiteral("The database refused to record the start of the run."),
+            QStringLiteral("Check that the data directory can be written, then run the plan again."));
+        return;
+    }
+    run.plan = plan;
+    run.job = m_registry.Create(plan.getTaskAttribute());
+    const QString uuid = run.planUuid;
+    connect(run.job, &RunJob::progress, this,
+            [this, uuid](quint64 done, quint64 total) { onJobProgress(uuid, done, total); });
+    connect(run.job, &RunJob::finished, this,
+            [this, uuid](quint64 outcome, const QString& reason) { onJobFinished(uuid, outcome, reason); });
+    m_running.insert(uuid, run);
+    ServiceLog::Info(QStringLiteral("Run started: %1 %2 (%3).").arg(plan.getPlanName(), uuid, reasonText(run.reason)));
+    emit runStarted(uuid);
+    run.job->Start();
+}
+
+void RunController::onJobProgress(const QString& planUuid, quint64 done, quint64 total)
+{
+    const SchedulerPlan* stored = m_store.Find(planUuid);
+    if (!stored || !m_running.contains(planUuid))
+        return;
+    SchedulerPlan plan(*stored);
+    plan.setBytesProcessed(done);
+    plan.setTotalBytesToCopy(total);
+    m_store.SetVolatile(plan);
+}
+
+void RunController::onJobFinished(const QString& planUuid, quint64 outcome, const QString& reason)
+{
+    if (!m_running.contains(planUuid))
+        return;
+    const Run run = m_running.take(planUuid);
+    run.job->deleteLater();
+    End(run, outcome, reason, solutionFor(outcome));
+    Pump();
+}
+
+ErrorNumber RunController::Cancel(const QString& planUuid)
+{
+    const auto running = m_running.constFind(planUuid);
+    if (running != m_running.constEnd()) {
+        running->job->Cancel();   // ends through finished, journaled there
+        return NoError;
+    }
+    for (int i = 0; i < m_queue.size(); ++i) {
+        if (m_queue[i].planUuid != planUuid)
+            continue;
+        m_queue.removeAt(i);
+        RecordWithoutRun(planUuid, Cancelled, QStringLiteral("The run was cancelled before it started."),
+                         solutionFor(Cancelled));
+        emit runFinished(planUuid, Cancelled);
+        return NoError;
+    }
+    return PlanNotRunning;
+}
+
+void RunController::End(const Run& run, quint64 outcome, const QString& reason, const QString& solution)
+{
+    const QDateTime ended = QDateTime::currentDateTime();
+    const SchedulerPlan* stored = m_store.Find(run.planUuid);
+    SchedulerPlan plan(stored ? *stored : run.plan);
+    plan.setIsRunning(false);
+    plan.setEndTime(timeText(ended));
+    plan.setWasError(outcome == Failed || outcome == Interrupted);
+    plan.setWasCancelled(outcome == Cancelled);
+    plan.setErrorMessage(outcome == Succeeded ? QString() : reason);
+    plan.setResultCode(outcome);
+    plan.getObjectSchemeAttribute().setStatus(OutcomeText(outcome));
+    plan.getObjectSchemeAttribute().setExecutState(QString());
+    plan.getObjectSchemeAttribute().setLatestFinishTime(timeText(ended));
+    const qint64 msecs = run.started.isValid() ? qMax<qint64>(0, run.started.msecsTo(ended)) : 0;
+    const JournalAttribute journal = MakeJournal(plan, outcome, plan.getStartTime(), timeText(ended),
+                                                 static_cast<quint64>(msecs), reason, solution);
+    if (!m_store.FinishRun(plan, journal))
+        ServiceLog::Error(QStringLiteral("Store the end of a run of %1 failed in the End.").arg(run.planUuid));
+    ServiceLog::Info(QStringLiteral("Run finished: %1 %2: %3 in %4 ms%5")
+                         .arg(plan.getPlanName(), run.planUuid, OutcomeText(outcome))
+                         .arg(msecs)
+                         .arg(reason.isEmpty() || outcome == Succeeded ? QStringLiteral(".")
+                                                                       : QStringLiteral(" (%1).").arg(reason)));
+    emit runFinished(run.planUuid, outcome);
+}
+
+void RunController::RecordWithoutRun(const QString& planUuid, quint64 outcome, const QString& reason,
+                                     const QString& solution)
+{
+    const SchedulerPlan* stored = m_store.Find(planUuid);
+    if (!stored)
+        return;
+    const QString now = timeText(QDateTime::currentDateTime());
+    if (stored->getSchemeAttribute().getExecutState() == QLatin1String("Queued")) {
+        SchedulerPlan plan(*stored);
+        plan.getObjectSchemeAttribute().setExecutState(QString());
+        m_store.SetVolatile(plan);
+    }
+    if (!m_store.AddJournal(MakeJournal(*stored, outcome, now, now, 0, reason, solution)))
+        ServiceLog::Error(QStringLiteral("Store a journal of %1 failed in the RecordWithoutRun.").arg(planUuid));
+    ServiceLog::Info(QStringLiteral("Run %1: %2 %3 (%4)")
+                         .arg(OutcomeText(outcome).toLower(), stored->getPlanName(), planUuid, reason));
+}
+
+void RunController::Shutdown()
+{
+    const QList<Run> queued = m_queue;
+    m_queue.clear();
+    for (const Run& run : queued)
+        RecordWithoutRun(run.planUuid, Skipped,
+                         QStringLiteral("The scheduler service stopped before the run could start."),
+                         solutionFor(Interrupted));
+    const QList<Run> running = m_running.values();
+    m_running.clear();
+    for (const Run& run : running) {
+        disconnect(run.job, nullptr, this, nullptr);
+        run.job->Cancel();
+        run.job->Wait();
+        delete run.job;
+        End(run, Interrupted, QStringLiteral("The scheduler service was stopped during the run."),
+            solutionFor(Interrupted));
+    }
+}
+
+JournalAttribute RunController::MakeJournal(const SchedulerPlan& plan, quint64 outcome, const QString& start,
+                                            const QString& end, quint64 msecs, const QString& reason,
+                                            const QString& solution)
+{
+    JournalAttribute journal;
+    journal.setJournalUuid(CommonTools::CreateUuid());
+    journal.setPlanUuid(plan.getPlanUuid());
+    journal.setPlanName(plan.getPlanName());
+    journal.setTaskName(plan.getTaskAttribute().getTaskName());
+    journal.setStartTime(start);
+    journal.setEndTime(end);
+    journal.setCreateTime(timeText(QDateTime::currentDateTime()));
+    journal.setTimeConsuming(msecs);
+    journal.setResult(OutcomeText(outcome));
+    journal.setCommandActionFlag(plan.getCommandActionFlag());
+    journal.setExecutionState(OutcomeText(outcome));
+    if (outcome != Succeeded) {
+        journal.setErrorReason(reason);
+        journal.setSolution(solution);
+    }
+    return journal;
+}

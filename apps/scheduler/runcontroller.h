@@ -1,0 +1,70 @@
+#ifndef BACKUPFRAME_SCHEDULER_RUNCONTROLLER_H
+#define BACKUPFRAME_SCHEDULER_RUNCONTROLLER_H
+
+#include "operationregistry.h"
+#include "planstore.h"
+#include "protocol.h"
+
+#include <QDateTime>
+#include <QHash>
+#include <QList>
+#include <QObject>
+
+// The one run queue of the service, fed by agents and by the trigger timer. At most
+// `parallel` runs go at once; a plan is never queued or running twice. Each run is a
+// RunJob; its start and end are stored with the plan, and every end leaves a journal.
+// Main thread.
+class RunController : public QObject
+{
+    Q_OBJECT
+
+public:
+    RunController(PlanStore& store, const OperationRegistry& registry, int parallel, QObject* parent = nullptr);
+    ~RunController() override;
+
+    // Queues a run of the plan: PlanNotFound, PlanBusy (queued or running already),
+    // UnknownOperation, or NoError (it may have started already).
+    SchedulerProtocol::ErrorNumber Request(const QString& planUuid, SchedulerProtocol::RunReason reason);
+    // Cancels a queued run at once, a running one through its job (runFinished follows):
+    // PlanNotRunning when there is none.
+    SchedulerProtocol::ErrorNumber Cancel(const QString& planUuid);
+    bool IsBusy(const QString& planUuid) const;
+    int RunningCount() const { return m_running.size(); }
+
+    // A journal for a run that never started (outcome Skipped or Cancelled), with its reason and a solution.
+    void RecordWithoutRun(const QString& planUuid, quint64 outcome, const QString& reason, const QString& solution);
+    // Stops everything at service stop: queued runs are journaled as skipped, running ones
+    // are cancelled, waited for and journaled as interrupted.
+    void Shutdown();
+
+    static JournalAttribute MakeJournal(const SchedulerPlan& plan, quint64 outcome, const QString& start,
+                                        const QString& end, quint64 msecs, const QString& reason,
+                                        const QString& solution);
+
+signals:
+    void runStarted(const QString& planUuid);
+    void runFinished(const QString& planUuid, quint64 outcome);
+
+private:
+    struct Run {
+        QString planUuid;
+        SchedulerProtocol::RunReason reason = SchedulerProtocol::ManualRun;
+        QDateTime started;
+        SchedulerPlan plan;   // as it was at the start: a plan deleted meanwhile still gets its journal
+        RunJob* job = nullptr;
+    };
+
+    void Pump();
+    void Begin(Run run);
+    void onJobProgress(const QString& planUuid, quint64 done, quint64 total);
+    void onJobFinished(const QString& planUuid, quint64 outcome, const QString& reason);
+    void End(const Run& run, quint64 outcome, const QString& reason, const QString& solution);
+
+    PlanStore& m_store;
+    const OperationRegistry& m_registry;
+    const int m_parallel;
+    QList<Run> m_queue;
+    QHash<QString, Run> m_running;
+};
+
+#endif

@@ -1,0 +1,56 @@
+#include "runjob.h"
+
+#include "protocol.h"
+
+#include <QDeadlineTimer>
+#include <QThread>
+
+RunJob::RunJob(const TaskAttribute& task, QObject* parent)
+    : QObject(parent)
+    , m_task(task)
+{
+}
+
+RunJob::~RunJob()
+{
+    Cancel();
+    Wait();
+    delete m_thread;
+}
+
+void RunJob::Start()
+{
+    if (m_thread)
+        return;
+    m_thread = QThread::create([this] {
+        QString reason;
+        quint64 outcome = Work(reason);
+        if (IsCancelled() && outcome != SchedulerProtocol::Failed)
+            outcome = SchedulerProtocol::Cancelled;
+        emit finished(outcome, reason);
+    });
+    m_thread->setObjectName(QStringLiteral("run ") + m_task.getTaskName());
+    m_thread->start();
+}
+
+void RunJob::Cancel()
+{
+    QMutexLocker locker(&m_wakeMutex);
+    m_cancelled.store(true);
+    m_wake.wakeAll();
+}
+
+void RunJob::Wait()
+{
+    if (m_thread)
+        m_thread->wait();
+}
+
+bool RunJob::SleepUnlessCancelled(int ms)
+{
+    QDeadlineTimer deadline(ms);
+    QMutexLocker locker(&m_wakeMutex);
+    while (!m_cancelled.load() && !deadline.hasExpired())
+        m_wake.wait(&m_wakeMutex, deadline);
+    return m_cancelled.load();
+}

@@ -1,0 +1,54 @@
+#ifndef BACKUPFRAME_SCHEDULER_RUNJOB_H
+#define BACKUPFRAME_SCHEDULER_RUNJOB_H
+
+#include <backupframe.h>
+
+#include <QMutex>
+#include <QObject>
+#include <QString>
+#include <QWaitCondition>
+
+#include <atomic>
+
+class QThread;
+
+// One run of a registered operation. The object lives on the main thread; Work runs on a
+// thread of the job's own and reports through signals that reach the main thread queued.
+// Cancel may be called from any thread; deleting the job cancels it and waits for Work.
+class RunJob : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit RunJob(const TaskAttribute& task, QObject* parent = nullptr);
+    ~RunJob() override;
+
+    void Start();
+    // Asks Work to stop; the job still ends through finished (as cancelled).
+    void Cancel();
+    bool IsCancelled() const { return m_cancelled.load(); }
+    // Blocks until Work has returned (at once when it never started).
+    void Wait();
+
+signals:
+    void progress(quint64 done, quint64 total);
+    // Emitted once, from the job's thread, after Work returned. outcome is a RunOutcome.
+    void finished(quint64 outcome, const QString& reason);
+
+protected:
+    // The operation itself, on the job's thread: returns a RunOutcome, with a reason when it failed.
+    virtual quint64 Work(QString& reason) = 0;
+    void ReportProgress(quint64 done, quint64 total) { emit progress(done, total); }
+    // Sleeps up to ms milliseconds, waking at once on Cancel; true when cancelled.
+    bool SleepUnlessCancelled(int ms);
+
+    const TaskAttribute m_task;
+
+private:
+    QThread* m_thread = nullptr;
+    std::atomic<bool> m_cancelled{false};
+    QMutex m_wakeMutex;
+    QWaitCondition m_wake;
+};
+
+#endif

@@ -1,0 +1,54 @@
+#include "serviceconfig.h"
+
+#include <QFileInfo>
+#include <QSettings>
+
+bool ServiceConfig::Number(const QSettings& settings, const char* key, qint64 min, qint64 max, qint64& value,
+                           QString& error) const
+{
+    const QString name = QString::fromLatin1(key);
+    if (!settings.contains(name))
+        return true;
+    const QString text = settings.value(name).toString().trimmed();
+    bool ok = false;
+    const qint64 number = text.toLongLong(&ok, 10);
+    if (!ok || number < min || number > max) {
+        error = QStringLiteral("%1: %2 = '%3' is not a number from %4 to %5")
+                    .arg(settings.fileName(), name.mid(1), text)
+                    .arg(min)
+                    .arg(max);
+        return false;
+    }
+    value = number;
+    return true;
+}
+
+bool ServiceConfig::Load(const QString& file, QString& error)
+{
+    if (!QFileInfo::exists(file))
+        return true;
+    QSettings settings(file, QSettings::IniFormat);
+    if (settings.status() != QSettings::NoError) {
+        error = QStringLiteral("%1: cannot be read as an INI file").arg(file);
+        return false;
+    }
+    const QString nameKey = QStringLiteral("/Network/scheduler_local_server_name");
+    if (settings.contains(nameKey)) {
+        schedulerServerName = settings.value(nameKey).toString().trimmed();
+        if (schedulerServerName.isEmpty()) {
+            error = QStringLiteral("%1: Network/scheduler_local_server_name is empty").arg(file);
+            return false;
+        }
+    }
+    qint64 port = tcpPort, code = tcpCode, missed = missedRule, parallel = parallelRuns;
+    if (!Number(settings, "/Network/tcp_server_port", 1, 65535, port, error)
+        || !Number(settings, "/Network/tcp_server_code", 0, 65535, code, error)
+        || !Number(settings, "/TriggerFire/date_time_fire_type", 0, 2, missed, error)
+        || !Number(settings, "/Operation/operation_execute_type", 1, 16, parallel, error))
+        return false;
+    tcpPort = static_cast<quint16>(port);
+    tcpCode = static_cast<quint16>(code);
+    missedRule = static_cast<int>(missed);
+    parallelRuns = static_cast<int>(parallel);
+    return true;
+}

@@ -1,0 +1,26 @@
+#ifndef BACKUPFRAME_SCHEDULER_SERVICECONFIG_H
+#define BACKUPFRAME_SCHEDULER_SERVICECONFIG_H
+
+#include <QString>
+
+// The service configuration as the scheduler applies it. The raw INI values are checked
+// here, so that a value out of range is named at start instead of being cut to its low
+// bits; a key that the file does not have takes its default.
+class ServiceConfig
+{
+public:
+    // False with one line naming the file, the key and what it wants.
+    bool Load(const QString& file, QString& error);
+
+    QString schedulerServerName = QStringLiteral("SchedulerLocalServer");
+    quint16 tcpPort = 6060;
+    quint16 tcpCode = 0;
+    int missedRule = 2;     // /TriggerFire/date_time_fire_type: 0 ignore, 1 journal, 2 catch-up run
+    int parallelRuns = 1;   // /Operation/operation_execute_type: runs at once, 1 to 16
+
+private:
+    bool Number(const class QSettings& settings, const char* key, qint64 min, qint64 max, qint64& value,
+                QString& error) const;
+};
+
+#endif
