@@ -1,6 +1,7 @@
 // End to end: a backupframe-scheduler process on a temporary data directory, driven by
 // backupframe-agent processes; the database is checked directly, read-only.
 #include "protocol.h"
+#include "triggerschedule.h"
 
 #include <backupframe.h>
 
@@ -103,6 +104,13 @@ private slots:
     void garbagePayloadIsRejected_data();
     void garbagePayloadIsRejected();
     void tcpTransport();
+    void planFiresByItselfUntilItsEnd();
+    void missedOccurrenceRunsOnceAfterRestart();
+    void runCutShortIsJournaledAsInterrupted_data();
+    void runCutShortIsJournaledAsInterrupted();
+    void secondServiceOnTheSameDataDirectoryRefuses();
+    void refusesToStart_data();
+    void refusesToStart();
 
 private:
     bool StartScheduler(QProcess& process, const QString& dataDir, const QStringList& extra = {});
@@ -112,6 +120,8 @@ private:
     AgentRun Agent(const QStringList& arguments);
     QJsonDocument AgentJson(const QStringList& arguments);
     QString NewPlan(const QStringList& arguments);
+    QString NewPlanRaw(const QString& name, const QString& operation, const TriggerAttribute& trigger);
+    QJsonObject PlanJson(const QString& uuid);
     QStringList Row(const QString& sql, const QString& bind = QString());
     int Count(const QString& table);
 
@@ -208,6 +218,30 @@ QString tst_Apps::NewPlan(const QStringList& arguments)
     if (run.code != 0)
         qWarning("agent new: %d %s", run.code, qPrintable(run.err));
     return run.out.trimmed();
+}
+
+// A plan whose trigger counts in seconds, which the agent's options (hours) cannot give.
+QString tst_Apps::NewPlanRaw(const QString& name, const QString& operation, const TriggerAttribute& trigger)
+{
+    RequestNewOperationData data;
+    data.getObjectTaskAttribute().setOperationRegisterName(operation);
+    data.setTriggerAttribute(trigger);
+    RequestCommand request(NewOperationType);
+    request.setPlanName(name);
+    request.setRequestData(SchedulerProtocol::EncodePayload(data));
+    CommandPtr answer(CommandBuilder::BytearrayToCommand(rawExchange(m_serverName, request)),
+                      &CommandBuilder::DestroyCommand);
+    auto* result = dynamic_cast<ResultCommand*>(answer.get());
+    return result && result->getUintResult() == 0 ? result->getPlanUuid() : QString();
+}
+
+QJsonObject tst_Apps::PlanJson(const QString& uuid)
+{
+    for (const QJsonValue& plan : AgentJson({"plans"}).array()) {
+        if (plan.toObject().value("uuid").toString() == uuid)
+            return plan.toObject();
+    }
+    return QJsonObject();
 }
 
 // The first row of a query on plans.db, opened read-only under a connection of its own.
@@ -580,6 +614,143 @@ void tst_Apps::tcpTransport()
     const QJsonArray plans = AgentJson({"plans"}).array();   // over the local socket
     QCOMPARE(plans.size(), 1);
     QCOMPARE(plans[0].toObject().value("uuid").toString(), created.out.trimmed());
+}
+
+void tst_Apps::planFiresByItselfUntilItsEnd()
+{
+    // Once, two seconds from now, then every second until one second later: two runs.
+    const QDateTime start = QDateTime::currentDateTime().addSecs(2);
+    TriggerAttribute trigger;
+    trigger.setStartTime(start.toString(TriggerSchedule::TimeFormat));
+    trigger.setInterval(1);
+    trigger.setEndTime(start.addSecs(1).toString(TriggerSchedule::TimeFormat));
+    trigger.setTriggerEndFlag(1);
+    const QString uuid = NewPlanRaw(QStringLiteral("ticker"), QStringLiteral("noop"), trigger);
+    QVERIFY(!uuid.isEmpty());
+    QCOMPARE(PlanJson(uuid).value("nextStartTime").toString(), trigger.getStartTime());
+
+    QTRY_COMPARE_WITH_TIMEOUT(Count("tb_Journals"), 2, 20000);
+    QTRY_COMPARE_WITH_TIMEOUT(PlanJson(uuid).value("isRunning").toBool(), false, 5000);
+    const QJsonObject plan = PlanJson(uuid);
+    QCOMPARE(values(plan, {"status", "nextStartTime", "triggerFlag"}), (QStringList{"Succeeded", "", "1"}));
+
+    QFile log(QDir(m_dataDir).filePath(QStringLiteral("log/scheduler.log")));
+    QVERIFY(log.open(QIODevice::ReadOnly));
+    const QByteArray lines = log.readAll();
+    for (const char* line : {"Plan created: ticker", "Plan fired: ticker", "Run started: ticker",
+                             "Run finished: ticker"})
+        QVERIFY2(lines.contains(line), line);
+    QCOMPARE(lines.count("Plan fired: ticker"), 2);
+}
+
+void tst_Apps::missedOccurrenceRunsOnceAfterRestart()
+{
+    const QDateTime start = QDateTime::currentDateTime().addSecs(3);
+    TriggerAttribute trigger;
+    trigger.setTriggerType(TriggerSchedule::Daily);
+    trigger.setStartTime(start.toString(TriggerSchedule::TimeFormat));
+    const QString uuid = NewPlanRaw(QStringLiteral("evening"), QStringLiteral("noop"), trigger);
+    QVERIFY(!uuid.isEmpty());
+    StopScheduler(m_scheduler);
+    QVERIFY(QTest::qWaitFor([&] { return QDateTime::currentDateTime() > start.addSecs(1); }, 10000));
+
+    QVERIFY(StartScheduler(m_scheduler, m_dataDir));
+    QTRY_COMPARE_WITH_TIMEOUT(Count("tb_Journals"), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(PlanJson(uuid).value("status").toString(), QStringLiteral("Succeeded"), 5000);
+    const QJsonObject plan = PlanJson(uuid);
+    QCOMPARE(plan.value("triggerFlag").toInt(), int(SchedulerProtocol::CatchUpRun));
+    QCOMPARE(plan.value("nextStartTime").toString(), start.addDays(1).toString(TriggerSchedule::TimeFormat));
+}
+
+void tst_Apps::runCutShortIsJournaledAsInterrupted_data()
+{
+    QTest::addColumn<bool>("kill");
+    QTest::addColumn<QString>("reason");
+
+    QTest::newRow("killed: found at the next start") << true << "ended during the run";
+    QTest::newRow("stopped: journaled at the stop") << false << "was stopped during the run";
+}
+
+void tst_Apps::runCutShortIsJournaledAsInterrupted()
+{
+    QFETCH(bool, kill);
+    QFETCH(QString, reason);
+    NewPlan({"long", "sleep", "600000"});
+    QCOMPARE(AgentJson({"run", "long"}).object().value("isRunning").toBool(), true);
+    if (kill) {
+        m_scheduler.kill();
+        QVERIFY(m_scheduler.waitForFinished(10000));
+    } else {
+        StopScheduler(m_scheduler);
+    }
+    // The lock of a killed service is taken over.
+    QVERIFY(StartScheduler(m_scheduler, m_dataDir));
+
+    const QJsonArray journals = AgentJson({"journals", "long"}).array();
+    QCOMPARE(journals.size(), 1);
+    const QJsonObject journal = journals[0].toObject();
+    QCOMPARE(journal.value("result").toString(), QStringLiteral("Interrupted"));
+    QVERIFY2(journal.value("errorReason").toString().contains(reason), qPrintable(journal.value("errorReason").toString()));
+    QVERIFY(journal.value("solution").toString().contains("run the plan again"));
+    const QJsonObject plan = AgentJson({"plans"}).array()[0].toObject();
+    QCOMPARE(values(plan, {"status", "isRunning"}), (QStringList{"Interrupted", "false"}));
+}
+
+void tst_Apps::secondServiceOnTheSameDataDirectoryRefuses()
+{
+    QProcess second;
+    QVERIFY(!StartScheduler(second, m_dataDir, {"--server-name", uniqueName()}));
+    QTRY_COMPARE_WITH_TIMEOUT(second.state(), QProcess::NotRunning, 10000);
+    QCOMPARE(second.exitCode(), 2);
+    const QString error = QString::fromUtf8(second.readAllStandardError());
+    QVERIFY2(error.contains(QStringLiteral("another scheduler (pid %1").arg(m_scheduler.processId()))
+                 && error.contains("already uses the data directory"),
+             qPrintable(error));
+    QCOMPARE(error.count('\n'), 1);
+    QCOMPARE(Agent({"status"}).code, 0);
+}
+
+void tst_Apps::refusesToStart_data()
+{
+    QTest::addColumn<QString>("config");        // scheduler.ini in the data directory
+    QTest::addColumn<bool>("databaseIsAFolder");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("message");
+
+    QTest::newRow("a port that does not fit 16 bits") << "[Network]\ntcp_server_port=70000\n" << false << 1
+                                                      << "tcp_server_port = '70000' is not a number from 1 to 65535";
+    QTest::newRow("a fire type that is no number") << "[TriggerFire]\ndate_time_fire_type=often\n" << false << 1
+                                                   << "date_time_fire_type = 'often' is not a number from 0 to 2";
+    QTest::newRow("no run at a time") << "[Operation]\noperation_execute_type=0\n" << false << 1
+                                      << "operation_execute_type = '0' is not a number from 1 to 16";
+    QTest::newRow("a database that cannot be opened") << QString() << true << 3 << "cannot use the database";
+}
+
+void tst_Apps::refusesToStart()
+{
+    QFETCH(QString, config);
+    QFETCH(bool, databaseIsAFolder);
+    QFETCH(int, code);
+    QFETCH(QString, message);
+    StopScheduler(m_scheduler);
+    const QString dataDir = m_dir->filePath(QStringLiteral("refused"));
+    QVERIFY(QDir().mkpath(dataDir));
+    if (databaseIsAFolder)
+        QVERIFY(QDir().mkpath(QDir(dataDir).filePath(QStringLiteral("plans.db"))));
+    QFile file(QDir(dataDir).filePath(QStringLiteral("scheduler.ini")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(config.toUtf8());
+    file.close();
+
+    QProcess refused;
+    QVERIFY(!StartScheduler(refused, dataDir));
+    QTRY_COMPARE_WITH_TIMEOUT(refused.state(), QProcess::NotRunning, 10000);
+    QCOMPARE(refused.exitCode(), code);
+    const QString error = QString::fromUtf8(refused.readAllStandardError());
+    QVERIFY2(error.startsWith("backupframe-scheduler: ") && error.contains(message) && error.count('\n') == 1,
+             qPrintable(error));
+    if (databaseIsAFolder)
+        QVERIFY2(error.contains(QDir(dataDir).filePath(QStringLiteral("plans.db"))), qPrintable(error));
 }
 
 QTEST_GUILESS_MAIN(tst_Apps)
