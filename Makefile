@@ -27,6 +27,7 @@ test: build
 bench: build
 	@./$(BUILD_DIR)/bench/bench_database
 	@./$(BUILD_DIR)/bench/bench_flood
+	@./$(BUILD_DIR)/bench/bench_listing
 
 install: build
 	@cmake --install $(BUILD_DIR) $(if $(PREFIX),--prefix $(PREFIX))

@@ -137,3 +137,10 @@ void PlanStore::SetVolatile(const SchedulerPlan& plan)
     if (Contains(plan.getPlanUuid()))
         Put(plan);
 }
+
+void PlanStore::SetNextStartTime(const QString& planUuid, const QString& text)
+{
+    const auto it = m_entries.find(planUuid);
+    if (it != m_entries.end())
+        it->plan.setNextStartTime(text);
+}

@@ -43,8 +43,9 @@ public:
     bool FinishRun(const SchedulerPlan& plan, const JournalAttribute& journal);
     bool AddJournal(const JournalAttribute& journal);
 
-    // Run state that is not stored (is running, progress, next start, a queued status).
+    // Run state that is not stored (is running, progress, a queued status).
     void SetVolatile(const SchedulerPlan& plan);
+    void SetNextStartTime(const QString& planUuid, const QString& text);
 
     SchedulerDatabase& Database() { return m_database; }
 

@@ -51,6 +51,10 @@ public:
     bool DeleteJournals(const QStringList& journalUuids, int& deleted);
     bool DeleteAllJournals(int& deleted);
 
+protected:
+    // The plan's scheme, task and trigger rows, without a transaction of their own.
+    bool InsertPlanRows(const SchedulerPlan& plan) { return WritePlanRows(plan, true); }
+
 private:
     bool IsOpen() const;
     bool WritePlanRows(const SchedulerPlan& plan, bool insert);

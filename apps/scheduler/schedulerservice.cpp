@@ -133,12 +133,7 @@ void SchedulerService::Reschedule(const QString& planUuid, const QDateTime& afte
         return;
     const QDateTime next = TriggerSchedule::NextFireTime(stored->getTriggerAttribute(), after);
     m_triggers.Schedule(planUuid, next);
-    const QString text = next.isValid() ? timeText(next) : QString();
-    if (stored->getNextStartTime() != text) {
-        SchedulerPlan plan(*stored);
-        plan.setNextStartTime(text);
-        m_store.SetVolatile(plan);
-    }
+    m_store.SetNextStartTime(planUuid, next.isValid() ? timeText(next) : QString());
 }
 
 void SchedulerService::onDue(const QString& planUuid, const QDateTime& instant)

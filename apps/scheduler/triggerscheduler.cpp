@@ -34,6 +34,7 @@ TriggerScheduler::TriggerScheduler(const Clock& clock, QObject* parent)
 
 void TriggerScheduler::Schedule(const QString& planUuid, const QDateTime& next)
 {
+    const auto frontBefore = m_queue.empty() ? std::pair<qint64, QString>() : *m_queue.begin();
     const auto old = m_next.constFind(planUuid);
     if (old != m_next.constEnd()) {
         m_queue.erase({old.value(), planUuid});
@@ -44,7 +45,9 @@ void TriggerScheduler::Schedule(const QString& planUuid, const QDateTime& next)
         m_next.insert(planUuid, at);
         m_queue.insert({at, planUuid});
     }
-    Arm();
+    // Re-arming costs a timer registration: only when the earliest instant changed.
+    if (m_queue.empty() || *m_queue.begin() != frontBefore || !m_timer.isActive())
+        Arm();
 }
 
 QDateTime TriggerScheduler::NextFire(const QString& planUuid) const
