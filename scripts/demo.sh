@@ -38,13 +38,26 @@ agent new "Documents nightly" noop --type 1 --start "2030-01-01 02:00:00" --inte
 agent new "Photos weekly" fail "The photo disk is not mounted." --type 2 \
     --start "2030-01-05 03:30:00" --week-days 6,7
 
+start=$(date -d '+3 seconds' '+%Y-%m-%d %H:%M:%S')
+say "creating 'Quick check', due once at $start"
+agent new "Quick check" noop --type 0 --start "$start"
+
 say "the plans"
 agent plans
 
-say "running 'Documents nightly' now"
-agent run "Documents nightly"
+say "running 'Documents nightly' now and waiting for its end"
+agent run --wait "Documents nightly"
 
-say "its journal"
+say "waiting for 'Quick check' to fire on its own"
+fired=
+for _ in $(seq 1 150); do
+    if [ "$(agent --json journals "Quick check" | tr -d ' \n')" != "[]" ]; then fired=1; break; fi
+    sleep 0.1
+done
+[ -n "$fired" ] || { echo "'Quick check' did not fire"; exit 1; }
+agent journals "Quick check"
+
+say "the journal of 'Documents nightly'"
 agent journals "Documents nightly"
 
 say "deleting 'Photos weekly'"

@@ -60,6 +60,23 @@ void quitOnSignals(QCoreApplication& app)
     sigaction(SIGTERM, &action, nullptr);
 }
 
+// Opens the database, proves that it can be written and loads the plans; false with the reason.
+bool openDatabase(SchedulerDatabase& database, SchedulerService& service, const QString& file, QString& error)
+{
+    if (!database.Init(file)) {
+        error = SchedulerDatabase::OpenError(file);
+        return false;
+    }
+    if (!database.PrepareRunTable(error))
+        return false;
+    if (service.Start())
+        return true;
+    error = database.LastError();
+    if (error.isEmpty())
+        error = QStringLiteral("the plans cannot be read");
+    return false;
+}
+
 QTextStream& out()
 {
     static QTextStream stream(stdout);
@@ -156,15 +173,10 @@ int main(int argc, char* argv[])
         SchedulerService service(database, settings, clock);
         RequestHandler handler(service);
         QString dbError;
-        if (!database.Init(dbFile)) {
-            dbError = database.LastError();
-        } else if (!database.PrepareRunTable(dbError)) {
-        } else if (!service.Start()) {
-            dbError = database.LastError();
-        }
-        if (!dbError.isNull()) {
+        const bool dbOpen = openDatabase(database, service, dbFile, dbError);
+        if (!dbOpen) {
             err() << "backupframe-scheduler: cannot use the database " << dbFile << ": "
-                  << (dbError.isEmpty() ? QStringLiteral("see the log") : dbError) << "\n";
+                  << dbError << "\n";
             exitCode = 3;
         } else if (!localServer.Start(serverName, 0)) {
             err() << "backupframe-scheduler: cannot serve '" << serverName << "'\n";

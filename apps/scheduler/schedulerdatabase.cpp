@@ -107,6 +107,25 @@ QString SchedulerDatabase::LastError() const
     return m_pdb ? m_pdb->lastError().text() : QString();
 }
 
+QString SchedulerDatabase::OpenError(const QString& file)
+{
+    const QString connection = QStringLiteral("backupframe-open-check");
+    QString error;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), connection);
+        db.setDatabaseName(file);
+        if (!db.open()) {
+            error = db.lastError().text();
+        } else {
+            QSqlQuery query(db);
+            if (!query.exec(QStringLiteral("SELECT count(*) FROM sqlite_master")))
+                error = query.lastError().text();
+        }
+    }
+    QSqlDatabase::removeDatabase(connection);
+    return error.isEmpty() ? QStringLiteral("it cannot be opened (see the log)") : error;
+}
+
 bool SchedulerDatabase::PrepareRunTable(QString& error)
 {
     if (!IsOpen()) {

@@ -26,8 +26,11 @@ public:
     // Creates tb_plan_runs when missing and proves that the file can be written;
     // false with the SQL error text.
     bool PrepareRunTable(QString& error);
-    // The connection's last error text (why Init failed, for instance).
+    // The connection's last error text.
     QString LastError() const;
+    // Why the file cannot be used as a database, found on a connection of its own (Init keeps
+    // its reason in the log only).
+    static QString OpenError(const QString& file);
 
     // Stores the plan's rows; its handled-up-to instant starts at lastFireTime.
     bool InsertPlan(const SchedulerPlan& plan, const QString& lastFireTime);
