@@ -60,6 +60,36 @@ void quitOnSignals(QCoreApplication& app)
     sigaction(SIGTERM, &action, nullptr);
 }
 
+QTextStream& out()
+{
+    static QTextStream stream(stdout);
+    return stream;
+}
+
+QTextStream& err()
+{
+    static QTextStream stream(stderr);
+    return stream;
+}
+
+// One service per data directory, whatever server name it serves; a lock left by a killed
+// process is taken over (its process no longer exists). 0, or the exit code after one line.
+int lockDataDirectory(QLockFile& lock, const QString& dataDir)
+{
+    lock.setStaleLockTime(0);
+    if (lock.tryLock(0))
+        return 0;
+    qint64 pid = 0;
+    QString host, application;
+    if (lock.error() == QLockFile::LockFailedError && lock.getLockInfo(&pid, &host, &application)) {
+        err() << "backupframe-scheduler: another scheduler (pid " << pid << " on " << host
+              << ") already uses the data directory " << dataDir << "\n";
+        return 2;
+    }
+    err() << "backupframe-scheduler: cannot lock the data directory " << dataDir << "\n";
+    return 1;
+}
+
 // Opens the database, proves that it can be written and loads the plans; false with the reason.
 bool openDatabase(SchedulerDatabase& database, SchedulerService& service, const QString& file, QString& error)
 {
@@ -75,18 +105,6 @@ bool openDatabase(SchedulerDatabase& database, SchedulerService& service, const 
     if (error.isEmpty())
         error = QStringLiteral("the plans cannot be read");
     return false;
-}
-
-QTextStream& out()
-{
-    static QTextStream stream(stdout);
-    return stream;
-}
-
-QTextStream& err()
-{
-    static QTextStream stream(stderr);
-    return stream;
 }
 
 } // namespace
@@ -119,21 +137,9 @@ int main(int argc, char* argv[])
               << ": it cannot be created or written\n";
         return 1;
     }
-    // One service per data directory, whatever server name it serves; a lock left by a
-    // killed process is taken over (its process no longer exists).
     QLockFile lock(QDir(dataDir).filePath(QStringLiteral("scheduler.lock")));
-    lock.setStaleLockTime(0);
-    if (!lock.tryLock(0)) {
-        qint64 pid = 0;
-        QString host, application;
-        if (lock.error() == QLockFile::LockFailedError && lock.getLockInfo(&pid, &host, &application)) {
-            err() << "backupframe-scheduler: another scheduler (pid " << pid << " on " << host
-                  << ") already uses the data directory " << dataDir << "\n";
-            return 2;
-        }
-        err() << "backupframe-scheduler: cannot lock the data directory " << dataDir << "\n";
-        return 1;
-    }
+    if (const int code = lockDataDirectory(lock, dataDir))
+        return code;
     const QString configFile = parser.isSet(configOption)
         ? QFileInfo(parser.value(configOption)).absoluteFilePath()
         : QDir(dataDir).filePath(QStringLiteral("scheduler.ini"));
