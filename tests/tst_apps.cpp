@@ -100,7 +100,8 @@ private slots:
     void silentServiceTimesOut();
     void restartKeepsPlansAndJournals();
     void twoAgentsAtOnce();
-    void secondServiceOnTheSameNameRefuses();
+    void secondServiceRefuses_data();
+    void secondServiceRefuses();
     void garbagePayloadIsRejected_data();
     void garbagePayloadIsRejected();
     void tcpTransport();
@@ -108,7 +109,6 @@ private slots:
     void missedOccurrenceRunsOnceAfterRestart();
     void runCutShortIsJournaledAsInterrupted_data();
     void runCutShortIsJournaledAsInterrupted();
-    void secondServiceOnTheSameDataDirectoryRefuses();
     void refusesToStart_data();
     void refusesToStart();
 
@@ -535,14 +535,29 @@ void tst_Apps::twoAgentsAtOnce()
     QCOMPARE(names, (QStringList{"left", "right"}));
 }
 
-void tst_Apps::secondServiceOnTheSameNameRefuses()
+void tst_Apps::secondServiceRefuses_data()
 {
+    QTest::addColumn<bool>("sameDataDir");
+    QTest::addColumn<QString>("message");
+
+    QTest::newRow("the same server name on another data directory") << false << "already serves";
+    QTest::newRow("the same data directory under another name") << true << "already uses the data directory";
+}
+
+void tst_Apps::secondServiceRefuses()
+{
+    QFETCH(bool, sameDataDir);
+    QFETCH(QString, message);
     QProcess second;
-    QVERIFY(!StartScheduler(second, m_dir->filePath(QStringLiteral("other"))));
+    QVERIFY(!StartScheduler(second, sameDataDir ? m_dataDir : m_dir->filePath(QStringLiteral("other")),
+                            sameDataDir ? QStringList{"--server-name", uniqueName()} : QStringList{}));
     QTRY_COMPARE_WITH_TIMEOUT(second.state(), QProcess::NotRunning, 10000);
     QCOMPARE(second.exitStatus(), QProcess::NormalExit);
-    QVERIFY(second.exitCode() != 0);
-    QVERIFY(second.readAllStandardError().contains("already serves"));
+    QCOMPARE(second.exitCode(), 2);
+    const QString error = QString::fromUtf8(second.readAllStandardError());
+    QVERIFY2(error.contains(message) && error.count('\n') == 1, qPrintable(error));
+    if (sameDataDir)   // names the process that holds it
+        QVERIFY2(error.contains(QStringLiteral("(pid %1 ").arg(m_scheduler.processId())), qPrintable(error));
     QCOMPARE(Agent({"status"}).code, 0);
 }
 
@@ -694,20 +709,6 @@ void tst_Apps::runCutShortIsJournaledAsInterrupted()
     QVERIFY(journal.value("solution").toString().contains("run the plan again"));
     const QJsonObject plan = AgentJson({"plans"}).array()[0].toObject();
     QCOMPARE(values(plan, {"status", "isRunning"}), (QStringList{"Interrupted", "false"}));
-}
-
-void tst_Apps::secondServiceOnTheSameDataDirectoryRefuses()
-{
-    QProcess second;
-    QVERIFY(!StartScheduler(second, m_dataDir, {"--server-name", uniqueName()}));
-    QTRY_COMPARE_WITH_TIMEOUT(second.state(), QProcess::NotRunning, 10000);
-    QCOMPARE(second.exitCode(), 2);
-    const QString error = QString::fromUtf8(second.readAllStandardError());
-    QVERIFY2(error.contains(QStringLiteral("another scheduler (pid %1").arg(m_scheduler.processId()))
-                 && error.contains("already uses the data directory"),
-             qPrintable(error));
-    QCOMPARE(error.count('\n'), 1);
-    QCOMPARE(Agent({"status"}).code, 0);
 }
 
 void tst_Apps::refusesToStart_data()
