@@ -119,6 +119,13 @@ void tst_Common::makeFileDir()
     QVERIFY(!CommonTools::IsFileExist(temp.path()));   // a directory is no file
     QCOMPARE(CommonTools::DirFiles(temp.filePath(QStringLiteral("x/y/z"))), QStringList{QStringLiteral("plans.db")});
     QVERIFY(CommonTools::DirFiles(temp.filePath(QStringLiteral("missing"))).isEmpty());
+    // An empty path lists the working directory; a sub-directory is no file.
+    QVERIFY(QDir().mkpath(temp.filePath(QStringLiteral("x/y/z/sub"))));
+    const QString cwd = QDir::currentPath();
+    QVERIFY(QDir::setCurrent(temp.filePath(QStringLiteral("x/y/z"))));
+    const QStringList here = CommonTools::DirFiles(QString());
+    QVERIFY(QDir::setCurrent(cwd));
+    QCOMPARE(here, QStringList{QStringLiteral("plans.db")});
 }
 
 void tst_Common::listText_data()
