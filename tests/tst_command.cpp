@@ -231,8 +231,11 @@ void tst_Command::traceFlag_data()
         << quint64(203) << "" << "" << "[planUuid:,planName:,commandType:DeleteOperatio]";
     QTest::newRow("a result has no name")
         << quint64(2000) << "p" << "q" << "[planUuid:p,planName:q,commandType:]";
-    QTest::newRow("placeholders inside a name stay text")
-        << quint64(101) << "%2" << "%1" << "[planUuid:%2,planName:%1,commandType:LoadSchedulers]";
+    // Each replacement fills the lowest placeholder left, also one brought in by a value.
+    QTest::newRow("a plan name holding %3 is filled with the type's name")
+        << quint64(101) << "u" << "%3" << "[planUuid:u,planName:LoadSchedulers,commandType:LoadSchedulers]";
+    QTest::newRow("a plan uuid holding %2 is filled with the plan name")
+        << quint64(101) << "%2" << "n" << "[planUuid:n,planName:n,commandType:LoadSchedulers]";
     QTest::newRow("channel") << quint64(3000) << "" << "" << "[planUuid:,planName:,commandType:ChannelCommand]";
     QTest::newRow("e-mail update") << quint64(802) << "" << "" << "[planUuid:,planName:,commandType:EmailConfigUpdate]";
     QTest::newRow("last single command") << quint64(809) << "" << "" << "[planUuid:,planName:,commandType:SingleFlushScheduler]";

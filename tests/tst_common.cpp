@@ -32,6 +32,7 @@ private slots:
     void errorCodes();
     void severityText_data();
     void severityText();
+    void loggerWritesFileAndConsole_data();
     void loggerWritesFileAndConsole();
     void loggerRefusesUncreatableDirectory();
     void loggerRollsInTheWorkingDirectory();
@@ -119,6 +120,13 @@ void tst_Common::makeFileDir()
     QVERIFY(!CommonTools::IsFileExist(temp.path()));   // a directory is no file
     QCOMPARE(CommonTools::DirFiles(temp.filePath(QStringLiteral("x/y/z"))), QStringList{QStringLiteral("plans.db")});
     QVERIFY(CommonTools::DirFiles(temp.filePath(QStringLiteral("missing"))).isEmpty());
+    // An empty path lists the working directory; a sub-directory is no file.
+    QVERIFY(QDir().mkpath(temp.filePath(QStringLiteral("x/y/z/sub"))));
+    const QString cwd = QDir::currentPath();
+    QVERIFY(QDir::setCurrent(temp.filePath(QStringLiteral("x/y/z"))));
+    const QStringList here = CommonTools::DirFiles(QString());
+    QVERIFY(QDir::setCurrent(cwd));
+    QCOMPARE(here, QStringList{QStringLiteral("plans.db")});
 }
 
 void tst_Common::listText_data()
@@ -254,16 +262,29 @@ void tst_Common::severityText()
     QCOMPARE(FrameErrorCode::SeverityTextOf(static_cast<qint8>(value)), textOf);
 }
 
+void tst_Common::loggerWritesFileAndConsole_data()
+{
+    QTest::addColumn<QString>("baseName");   // the base directory inside a fresh one
+    QTest::addColumn<QString>("suffix");     // appended to the base directory as given
+
+    QTest::newRow("trailing slashes are dropped") << "base" << "///";
+    QTest::newRow("a base directory holding %1 is taken as text") << "a%1b" << "";
+    QTest::newRow("a base directory holding %2 is taken as text") << "a%2b" << "/";
+}
+
 void tst_Common::loggerWritesFileAndConsole()
 {
+    QFETCH(QString, baseName);
+    QFETCH(QString, suffix);
     QTemporaryDir temp;
     QVERIFY(temp.isValid());
+    QVERIFY(QDir(temp.path()).mkdir(baseName));
+    const QString base = temp.filePath(baseName);
     const QString cwd = QDir::currentPath();
 
     std::ostringstream captured;
     std::streambuf* previous = std::cout.rdbuf(captured.rdbuf());
-    const bool ok = Logger::Initialize(temp.path() + QStringLiteral("///"), QStringLiteral("log/"),
-                                       QStringLiteral("frame.log"));
+    const bool ok = Logger::Initialize(base + suffix, QStringLiteral("log/"), QStringLiteral("frame.log"));
     Logger::GetFileLogHandle().error("Send data failed in the SendBlockData.");
     Logger::GetFileLogHandle().warn("Receive data return empty in the ReadBlockBytes.");
     Logger::UnInitialize();
@@ -271,7 +292,9 @@ void tst_Common::loggerWritesFileAndConsole()
 
     QVERIFY(ok);
     QCOMPARE(QDir::currentPath(), cwd);
-    QFile file(temp.filePath(QStringLiteral("log/frame.log")));
+    // Nothing is made beside the base directory.
+    QCOMPARE(QDir(temp.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList{baseName});
+    QFile file(QDir(base).filePath(QStringLiteral("log/frame.log")));
     QVERIFY2(file.open(QIODevice::ReadOnly), qPrintable(file.fileName()));
     // Time stamp to the millisecond, level and a number in angle brackets stand before each message.
     QStringList lines = QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);

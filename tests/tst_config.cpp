@@ -149,7 +149,7 @@ void tst_Config::emailFile()
     QVERIFY(writer.Init(path));
     writer.SetConfigAttribute(sampleConfig());
     writer.setLoginPassword(password);
-    // All 64 bits are written, but only 32-bit values come back.
+    // All 64 bits are written, but only the low 32 come back.
     writer.setStmpAuthentication(Q_UINT64_C(0x8000000000000001));
     writer.WriteConfig();
 
@@ -182,7 +182,7 @@ void tst_Config::emailFile()
     reader.ReadConfig();
     EmailConfigAttribute expected = sampleConfig();
     expected.setLoginPassword(password);
-    expected.setStmpAuthentication(0);
+    expected.setStmpAuthentication(1);
     QCOMPARE(fields(reader), fields(expected));
 }
 
@@ -193,12 +193,19 @@ void tst_Config::emailNumbersAndAbsentKeys_data()
     QTest::addColumn<int>("port");
     QTest::newRow("the largest 32-bit value is kept")
         << QByteArray("[EmailConfig]\nenable_email_notification=4294967295\n") << quint64(4294967295u) << 0;
-    QTest::newRow("one above 32 bits reads as 0, not as its low bits")
-        << QByteArray("[EmailConfig]\nenable_email_notification=4294967297\n") << quint64(0) << 0;
+    // Above 4294967295 the 32-bit conversion keeps the low bits: 2^32 + 1 reads as 1, not 0.
+    QTest::newRow("one above 32 bits keeps its low bits")
+        << QByteArray("[EmailConfig]\nenable_email_notification=4294967297\n") << quint64(1) << 0;
+    QTest::newRow("2^32 reads as 0")
+        << QByteArray("[EmailConfig]\nenable_email_notification=4294967296\n") << quint64(0) << 0;
     QTest::newRow("a negative number reads as 0")
         << QByteArray("[EmailConfig]\nenable_email_notification=-1\n") << quint64(0) << 0;
     QTest::newRow("a port of 70000 keeps its low 16 bits")
         << QByteArray("[ServerConfig]\nsmtp_server_port=70000\n") << quint64(0) << 4464;
+    QTest::newRow("a port of 65536 reads as 0")
+        << QByteArray("[ServerConfig]\nsmtp_server_port=65536\n") << quint64(0) << 0;
+    QTest::newRow("a word reads as 0")
+        << QByteArray("[EmailConfig]\nenable_email_notification=yes\n") << quint64(0) << 0;
 }
 
 // Every key the file lacks reads as 0 or "", replacing what the record held.

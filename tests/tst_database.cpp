@@ -111,8 +111,8 @@ private slots:
 
     void initOnWhatThePathHolds_data();
     void initOnWhatThePathHolds();
-    void failedTableCreationLeavesNoFile();
-    void connectionLifecycle();
+    void failedTableCreationKeepsTheFile();
+    void repeatedInitReleasesTheEarlierConnection();
     void triggerQueries();
 
 private:
@@ -152,16 +152,25 @@ void tst_Database::initOnWhatThePathHolds_data()
     QTest::addColumn<QString>("kind");
     QTest::addColumn<QString>("message");   // the first logged line; empty: Init succeeds and logs nothing
     QTest::addColumn<QString>("reason");    // part of the second one, if any
-    QTest::newRow("a database made in new directories reopens with the four tables") << "new" << "" << QString();
-    QTest::newRow("an existing empty file opens and stays without tables") << "emptyfile" << "" << QString();
-    QTest::newRow("an empty path") << "empty" << "Into parameter dbfile is empty." << QString();
-    QTest::newRow("a path below a regular file") << "underfile" << "Create dbfile dir failed." << QString();
+    QTest::addColumn<bool>("tables");       // after a successful Init: the four tables can be read
+    QTest::addColumn<bool>("writes");       // and a row can be written
+    QTest::newRow("a database made in new directories reopens with the four tables")
+        << "new" << "" << QString() << true << true;
+    QTest::newRow("an existing empty file opens and stays without tables")
+        << "emptyfile" << "" << QString() << false << false;
+    QTest::newRow("an empty path") << "empty" << "Into parameter dbfile is empty." << QString() << false << false;
+    QTest::newRow("a path below a regular file")
+        << "underfile" << "Create dbfile dir failed." << QString() << false << false;
     QTest::newRow("a directory where the file should be")
-        << "directory" << "Open dbfile failed." << "unable to open database file";
-    QTest::newRow("a named pipe where the file should be") << "fifo" << "Open dbfile failed." << "disk I/O error";
-    QTest::newRow("a file of garbage bytes") << "garbage" << "Open dbfile failed." << "not a database";
-    QTest::newRow("a database file this process may not write")
-        << "readonly" << "Open dbfile failed." << "Permission denied";
+        << "directory" << "Open dbfile failed." << "unable to open database file" << false << false;
+    QTest::newRow("a named pipe where the file should be")
+        << "fifo" << "Open dbfile failed." << "disk I/O error" << false << false;
+    // SQLite reads an existing file only at the first statement, and silently opens one
+    // it may not write read-only: the first read or the first write fails instead of Init.
+    QTest::newRow("a file of garbage bytes opens and fails at the first read")
+        << "garbage" << "" << QString() << false << false;
+    QTest::newRow("a database file this process may not write opens and fails at the first write")
+        << "readonly" << "" << QString() << true << false;
 }
 
 // Init makes directories, file and tables only for a missing file and opens an existing one
@@ -171,6 +180,8 @@ void tst_Database::initOnWhatThePathHolds()
     QFETCH(QString, kind);
     QFETCH(QString, message);
     QFETCH(QString, reason);
+    QFETCH(bool, tables);
+    QFETCH(bool, writes);
     QString path = m_dir.filePath(kind + QStringLiteral(".db"));
     if (kind == QLatin1String("empty")) {
         path.clear();
@@ -211,9 +222,13 @@ void tst_Database::initOnWhatThePathHolds()
     QCOMPARE(ok, message.isEmpty());
     if (ok) {
         QHash<QString, TriggerAttribute*> triggers;
-        QCOMPARE(m_db.LoadTriggerAttributes(triggers), kind == QLatin1String("new"));   // the query needs our tables
+        QCOMPARE(m_db.LoadTriggerAttributes(triggers), tables);   // the query needs our tables
         QCOMPARE(TestDatabase::select(QStringLiteral("SELECT sql FROM sqlite_master WHERE type = 'table' ORDER BY name")),
-                 kind == QLatin1String("new") ? kSchema : QStringList());
+                 tables ? kSchema : QStringList());
+        // The row is rolled back: the file keeps its bytes.
+        QVERIFY(TestDatabase::connection()->transaction());
+        QCOMPARE(TestDatabase::insertPlan(QStringLiteral("{p}"), QStringLiteral("trigger_p")), writes);
+        QVERIFY(TestDatabase::connection()->rollback());
     } else {
         QVERIFY(!TestDatabase::connection() || !TestDatabase::connection()->isOpen());
     }
@@ -231,7 +246,7 @@ void tst_Database::initOnWhatThePathHolds()
     QVERIFY(kind != QLatin1String("directory") || QDir(path).isEmpty());
 }
 
-void tst_Database::failedTableCreationLeavesNoFile()
+void tst_Database::failedTableCreationKeepsTheFile()
 {
     // While the limit holds no file may grow, as on a full disk.
     struct rlimit previous;
@@ -248,12 +263,16 @@ void tst_Database::failedTableCreationLeavesNoFile()
         QSKIP("cannot limit the file size here");
     QVERIFY(!ok);
     QCOMPARE(m_log.lines(), QStringList{QStringLiteral("ERROR Create dbfile all tables failed.")});
-    QVERIFY(!QFile::exists(path));
-    // With room again the same path starts afresh.
+    QVERIFY(TestDatabase::connection() && TestDatabase::connection()->isOpen());
+    QVERIFY(QFileInfo(path).isFile());
+    // With room again the file counts as existing: it opens, and stays without tables.
     QVERIFY(m_db.Init(path));
+    QCOMPARE(TestDatabase::select(QStringLiteral("SELECT name FROM sqlite_master")), QStringList());
 }
 
-void tst_Database::connectionLifecycle()
+// Hosts call Init and UnInit again and again in one process: neither a repeated Init nor
+// one after UnInit may leave a stale connection behind or cut off a handle still held.
+void tst_Database::repeatedInitReleasesTheEarlierConnection()
 {
     QHash<QString, TriggerAttribute*> triggers;
     QVERIFY2(!m_db.LoadTriggerAttributes(triggers), "a query without a connection succeeded");
@@ -266,16 +285,17 @@ void tst_Database::connectionLifecycle()
     QCOMPARE(TestDatabase::connection()->databaseName(), second);
     QCOMPARE(QSqlDatabase::connectionNames(), QStringList{QLatin1String(QSqlDatabase::defaultConnection)});
 
-    // UnInit twice is harmless, from any instance.
+    // UnInit twice is harmless, from any instance, and leaves no connection registered.
     m_db.UnInit();
     TestDatabase().UnInit();
     QCOMPARE(TestDatabase::connection(), nullptr);
-    QVERIFY(QSqlDatabase::connectionNames().isEmpty());
+    QCOMPARE(QSqlDatabase::connectionNames(), QStringList());
 
     // Init after UnInit reopens the first file with its row.
     QVERIFY(m_db.Init(first));
     QCOMPARE(TestDatabase::select(QStringLiteral("SELECT plan_uuid FROM tb_schemes")), QStringList{"{p1}"});
     QCOMPARE(m_log.lines(), QStringList());
+    QCOMPARE(g_qtWarnings, QStringList());
 }
 
 void tst_Database::triggerQueries()

@@ -253,10 +253,11 @@ void tst_Model::setOperationDataMakesFreshPlan()
     QVERIFY(plan == expected);
     QVERIFY(plan.getPlanUuid().isEmpty() && !plan.getPlanUuid().isNull());
 
-    // Built from the request, a plan starts from the default scheme instead.
+    // Built from the request (the conversion is implicit), a plan starts from the default scheme instead.
     expected.setSchemeAttribute(SchemeAttribute());
     expected.getObjectSchemeAttribute().setCreateTime(request.getCreateTime());
-    QVERIFY(SchedulerPlan(request) == expected);
+    const SchedulerPlan converted = request;
+    QVERIFY(converted == expected);
 }
 
 void tst_Model::relationBytesAndReadAppends()

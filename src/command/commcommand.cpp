@@ -75,10 +75,12 @@ void CommCommand::ReadCommandType(QDataStream& in)
 
 void CommCommand::CreateTraceFlag()
 {
-    // One multi-argument arg() call, so that a "%2" inside a plan uuid or name
-    // is never taken for a placeholder.
+    // Three chained replacements: each one fills the lowest placeholder still in the text,
+    // so a "%3" inside the plan name is filled by the command type's name as well.
     m_traceFlag = QStringLiteral("[planUuid:%1,planName:%2,commandType:%3]")
-                      .arg(m_planUuid, m_planName, BuildCommandTypeToString());
+                      .arg(m_planUuid, 0, QLatin1Char(' '))
+                      .arg(m_planName, 0, QLatin1Char(' '))
+                      .arg(BuildCommandTypeToString(), 0, QLatin1Char(' '));
 }
 
 QString CommCommand::BuildCommandTypeToString()

@@ -55,8 +55,9 @@ bool CommonTools::IsFileExist(const QString& path)
 
 QStringList CommonTools::DirFiles(const QString& dir)
 {
+    // An empty path names the current directory, as QDir takes it.
     const QDir directory(dir);
-    if (dir.isEmpty() || !directory.exists())
+    if (!directory.exists())
         return QStringList();
     return directory.entryList(QDir::Files, QDir::Unsorted);
 }

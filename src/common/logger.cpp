@@ -33,6 +33,8 @@ bool Logger::Initialize(const QString& baseDir, const QString& subDir, const QSt
     // A root "/" survives the base directory's normalisation; the sub directory loses every trailing "/".
     const QString base = stripTrailingSlashes(QDir::fromNativeSeparators(baseDir), 1);
     const QString sub = stripTrailingSlashes(QDir::fromNativeSeparators(subDir), 0);
+    // One multi-argument arg(): chained calls would take a "%1" or "%2" inside the base
+    // directory for a placeholder, make directories beside it and leave the file log unopened.
     const QString fullPath = QStringLiteral("%1/%2/%3").arg(base, sub, fileName);
 
     QString resolvedFile;

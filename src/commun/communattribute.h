@@ -36,9 +36,9 @@ public:
     void Write(QDataStream& out) const;
     void Read(QDataStream& in);
 
+private:
     void formother(const CommunAttribute& other);
 
-private:
     quint64 m_protocolType;
     QString m_destSvrNameIp;
     quint16 m_destPort;

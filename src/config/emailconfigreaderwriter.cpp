@@ -19,16 +19,11 @@ const QString kMailSubject = QStringLiteral("/MimeEmail/mail_subject");
 const QString kOperationSuccessful = QStringLiteral("/AdditionalSetting/operation_successful");
 const QString kOperationFailure = QStringLiteral("/AdditionalSetting/operation_failure");
 
-// Numbers are kept as 32-bit values: a text that is no number and a value that
-// does not fit in 32 bits both read as 0. (QVariant::toUInt of Qt 5 would keep
-// the low 32 bits of a larger value instead.)
-quint32 readUInt32(const QSettings& settings, const QString& key)
+// Numbers are read as 32-bit values (QVariant::toUInt): a text that is no number reads as 0,
+// and a larger value keeps its low 32 bits.
+quint64 readUInt32(const QSettings& settings, const QString& key)
 {
-    bool ok = false;
-    const qulonglong value = settings.value(key, QVariant()).toULongLong(&ok);
-    if (!ok || value > 0xFFFFFFFFull)
-        return 0;
-    return static_cast<quint32>(value);
+    return settings.value(key, QVariant()).toUInt();
 }
 }
 

@@ -19,7 +19,7 @@ public:
     // False for an empty path; the file need not exist yet.
     bool Init(const QString& path);
     // A missing file leaves the fields as they are; absent keys read as 0 or "".
-    // Numbers are read as 32-bit values: a stored value above 4294967295 reads as 0.
+    // Numbers are read as 32-bit values: a stored value above 4294967295 keeps its low 32 bits.
     void ReadConfig();
     // Writes all twelve keys; an unwritable file is silently not written.
     void WriteConfig();

@@ -4,8 +4,6 @@
 #include "common/logger.h"
 #include "model/triggerattribute.h"
 
-#include <QFile>
-#include <QFileInfo>
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
@@ -25,44 +23,6 @@ const char* const kJournalTable = "tb_Journals";
 void logError(const QString& text)
 {
     Logger::GetFileLogHandle().error(text.toStdString());
-}
-
-// Makes sure an existing file is one this process can store plans in, without writing
-// to it. On failure errorText gets the reason.
-bool checkExistingFile(const QString& dbfile, QString& errorText)
-{
-    // SQLite silently falls back to read-only access when it may not write the file;
-    // the scheduler could then load its plans but never save one. Opening the file for
-    // writing (no truncation, no creation) and closing it again changes nothing in it; it
-    // happens before the connection opens the file, so no lock of ours is dropped by the close.
-    QFile file(dbfile);
-    if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly)) {
-        errorText = file.errorString();
-        return false;
-    }
-    file.close();
-    return true;
-}
-
-// SQLite opens lazily: a file that holds no database fails only at its first statement.
-// Reading the schema catalogue reads the header and writes nothing.
-bool probeOpenedDatabase(const QSqlDatabase& db, QString& errorText)
-{
-    QSqlQuery probe(db);
-    if (probe.exec(QStringLiteral("SELECT count(*) FROM sqlite_master")))
-        return true;
-    errorText = probe.lastError().text();
-    return false;
-}
-
-// A new file whose tables could not be made was rolled back to zero bytes: it holds
-// nothing, so it goes, and the next Init starts afresh. A file with content (made by
-// someone else in the meantime, or left half-written) is never removed.
-void removeIfEmpty(const QString& dbfile)
-{
-    const QFileInfo info(dbfile);
-    if (info.isFile() && info.size() == 0)
-        QFile::remove(dbfile);
 }
 } // namespace
 
@@ -101,33 +61,17 @@ bool DatabaseFunctionOperation::Init(const QString& dbfile)
                                        QLatin1String(QSqlDatabase::defaultConnection));
     m_pdb->setDatabaseName(dbfile);
 
-    // After any failure here m_pdb stays set to a connection that is not open.
-    QString errorText;
-    bool opened = !existed || checkExistingFile(dbfile, errorText);
-    if (opened && !m_pdb->open()) {
-        errorText = m_pdb->lastError().text();
-        opened = false;
-    }
-    if (opened && existed && !probeOpenedDatabase(*m_pdb, errorText)) {
-        m_pdb->close();
-        opened = false;
-    }
-    if (!opened) {
+    // After a failed open m_pdb stays set to a connection that is not open.
+    if (!m_pdb->open()) {
         logError(QStringLiteral("Open dbfile failed."));
-        logError(errorText);
+        logError(m_pdb->lastError().text());
         return false;
     }
 
     // Tables are made only together with a new file; an existing file keeps its schema.
     if (existed)
         return true;
-
-    // One transaction: the file gets all four tables or none of them.
-    m_pdb->transaction();
-    if (!CreateAllTables() || !m_pdb->commit()) {
-        m_pdb->rollback();
-        m_pdb->close();
-        removeIfEmpty(dbfile);
+    if (!CreateAllTables()) {
         logError(QStringLiteral("Create dbfile all tables failed."));
         return false;
     }

@@ -22,7 +22,9 @@ public:
     virtual ~DatabaseFunctionOperation();
 
     // Opens dbfile, creating its directory, the file and the tables when it does not exist.
-    // A connection left by an earlier Init is closed and released first.
+    // An existing file is not read here: one that holds no database, or may not be written,
+    // fails at its first statement. A new file whose tables could not all be made stays,
+    // with the connection open. A connection left by an earlier Init is closed and released first.
     bool Init(const QString& dbfile);
     void UnInit();
     // One new record per stored plan whose trigger row exists, keyed by plan uuid;

@@ -18,7 +18,7 @@ class BACKUPFRAME_EXPORT SchedulerPlan : public CommandObj
 public:
     SchedulerPlan();
     SchedulerPlan(const SchedulerPlan& other);
-    explicit SchedulerPlan(const RequestNewOperationData& data);
+    SchedulerPlan(const RequestNewOperationData& data);
     SchedulerPlan& operator=(const SchedulerPlan& other);
     ~SchedulerPlan() override;
 
