@@ -44,6 +44,7 @@ class tst_Scheduler : public QObject
     Q_OBJECT
 
 private slots:
+    void initTestCase();
     void init();
     void cleanup();
 
@@ -61,6 +62,12 @@ private:
     std::unique_ptr<QTemporaryDir> m_dir;
     SchedulerDatabase m_database;
 };
+
+void tst_Scheduler::initTestCase()
+{
+    // The daylight-saving night of the schedules below is Berlin's; ctest sets the zone.
+    QVERIFY2(qgetenv("TZ") == "Europe/Berlin", "run with TZ=Europe/Berlin (ctest sets it)");
+}
 
 void tst_Scheduler::init()
 {
