@@ -43,6 +43,7 @@
 
 // database/: SQLite storage
 #include "database/databasefunctionoperation.h"
+#include "database/databaseschema.h"
 
 // config/: service configuration and e-mail settings
 #include "config/configreader.h"
@@ -53,5 +54,6 @@
 #include "common/logger.h"
 #include "common/commontools.h"
 #include "common/frameerrorcode.h"
+#include "common/timetext.h"
 
 #endif

@@ -185,6 +185,7 @@ void tst_Schedule::validate_data()
     QTest::newRow("29 February alone is accepted") << TriggerAttribute(Trigger(Monthly, "2026-01-01 00:00:00").inMonths("2").onMonthDays("29")) << "";
     QTest::newRow("February with the last-day flag is accepted") << TriggerAttribute(Trigger(Monthly, "2026-01-31 00:00:00").inMonths("2").onLastDay()) << "";
     QTest::newRow("type 4 is unknown") << TriggerAttribute(Trigger(4, "2026-01-05 09:00:00")) << "Trigger type";
+    QTest::newRow("an interval past 32 bits is refused") << TriggerAttribute(Trigger(daily).every(Q_UINT64_C(0x100000000), 0)) << "Interval";
     QTest::newRow("a start in ISO form is refused") << TriggerAttribute(Trigger(Daily, "2026-01-05T09:00:00")) << "Start time";
     QTest::newRow("an impossible start date is refused") << TriggerAttribute(Trigger(Daily, "2026-02-29 09:00:00")) << "Start time";
     QTest::newRow("a flagged end that does not parse is refused") << TriggerAttribute(Trigger(daily).until("")) << "End time";

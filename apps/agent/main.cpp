@@ -62,8 +62,10 @@ bool makeEndpoint(const AgentOptions& options, const QString& configFile, Commun
 {
     if (options.Tcp()) {
         // The connection worker only creates its TCP socket under this switch value.
-        if (ConfigReader::getTcpServerCode() != 88) {
-            error = QStringLiteral("--tcp needs tcp_server_code=88 in the [Network] section of %1").arg(configFile);
+        if (ConfigReader::getTcpServerCode() != ConfigReader::TcpSwitchCode) {
+            error = QStringLiteral("--tcp needs tcp_server_code=%1 in the [Network] section of %2")
+                        .arg(ConfigReader::TcpSwitchCode)
+                        .arg(configFile);
             return false;
         }
         endpoint.setProtocolType(CommunAttribute::TcpProtocol);

@@ -9,7 +9,7 @@
 
 namespace {
 
-const QString kTimeFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss");
+const QString kTimeFormat = TimeText::Format();
 // Hours become seconds in 32 bits inside the conversion: keep the product in range.
 constexpr uint kMaxHours = 1000000;
 

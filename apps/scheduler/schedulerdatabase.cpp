@@ -27,6 +27,15 @@ bool exec(QSqlQuery& query, const char* where)
     return false;
 }
 
+// A statement with the table names put in: $schemes, $tasks, $triggers, $journals.
+QString sql(QString text)
+{
+    return text.replace(QLatin1String("$schemes"), QLatin1String(DatabaseSchema::SchemeTable))
+        .replace(QLatin1String("$tasks"), QLatin1String(DatabaseSchema::TaskTable))
+        .replace(QLatin1String("$triggers"), QLatin1String(DatabaseSchema::TriggerTable))
+        .replace(QLatin1String("$journals"), QLatin1String(DatabaseSchema::JournalTable));
+}
+
 QVariant number(quint64 value)
 {
     // SQLite integers are signed 64-bit: the bits travel unchanged.
@@ -65,10 +74,10 @@ bool SchedulerDatabase::WritePlanRows(const SchedulerPlan& plan, bool insert)
     QSqlQuery query(*m_pdb);
 
     query.prepare(insert
-        ? QStringLiteral("INSERT INTO tb_schemes(plan_name,execution_state,status,latest_finish_time,"
-                         "create_time,trigger_name,task_name,plan_uuid) VALUES(?,?,?,?,?,?,?,?)")
-        : QStringLiteral("UPDATE tb_schemes SET plan_name=?,execution_state=?,status=?,latest_finish_time=?,"
-                         "create_time=?,trigger_name=?,task_name=? WHERE plan_uuid=?"));
+        ? sql(QStringLiteral("INSERT INTO $schemes(plan_name,execution_state,status,latest_finish_time,"
+                         "create_time,trigger_name,task_name,plan_uuid) VALUES(?,?,?,?,?,?,?,?)"))
+        : sql(QStringLiteral("UPDATE $schemes SET plan_name=?,execution_state=?,status=?,latest_finish_time=?,"
+                         "create_time=?,trigger_name=?,task_name=? WHERE plan_uuid=?")));
     for (const QVariant& v : {QVariant(plan.getPlanName()), QVariant(scheme.getExecutState()),
                               QVariant(scheme.getStatus()), QVariant(scheme.getLatestFinishTime()),
                               QVariant(scheme.getCreateTime()), QVariant(trigger.getTriggerName()),
@@ -77,17 +86,17 @@ bool SchedulerDatabase::WritePlanRows(const SchedulerPlan& plan, bool insert)
     if (!exec(query, "WritePlanRows") || (!insert && query.numRowsAffected() != 1))
         return false;
 
-    query.prepare(QStringLiteral("INSERT OR REPLACE INTO tb_tasks(task_name,operation_register_name,"
-                                 "operation_parameter) VALUES(?,?,?)"));
+    query.prepare(sql(QStringLiteral("INSERT OR REPLACE INTO $tasks(task_name,operation_register_name,"
+                                 "operation_parameter) VALUES(?,?,?)")));
     query.addBindValue(task.getTaskName());
     query.addBindValue(task.getOperationRegisterName());
     query.addBindValue(task.getOperationParameter());
     if (!exec(query, "WritePlanRows"))
         return false;
 
-    query.prepare(QStringLiteral("INSERT OR REPLACE INTO tb_triggers(trigger_name,trigger_type,start_time,"
+    query.prepare(sql(QStringLiteral("INSERT OR REPLACE INTO $triggers(trigger_name,trigger_type,start_time,"
                                  "end_time,interval,duration,week_days,which_months,month_days,"
-                                 "day_last_flag,trigger_end_flag) VALUES(?,?,?,?,?,?,?,?,?,?,?)"));
+                                 "day_last_flag,trigger_end_flag) VALUES(?,?,?,?,?,?,?,?,?,?,?)")));
     query.addBindValue(trigger.getTriggerName());
     query.addBindValue(number(trigger.getTriggerType()));
     query.addBindValue(trigger.getStartTime());
@@ -189,7 +198,7 @@ bool SchedulerDatabase::FinishRun(const SchedulerPlan& plan, const JournalAttrib
     // A plan deleted during its run leaves only the journal.
     return Transaction([&] {
         QSqlQuery query(*m_pdb);
-        query.prepare(QStringLiteral("SELECT 1 FROM tb_schemes WHERE plan_uuid=?"));
+        query.prepare(sql(QStringLiteral("SELECT 1 FROM $schemes WHERE plan_uuid=?")));
         query.addBindValue(plan.getPlanUuid());
         if (!exec(query, "FinishRun"))
             return false;
@@ -220,9 +229,9 @@ bool SchedulerDatabase::DeletePlan(const SchedulerPlan& plan)
     return Transaction([&] {
         QSqlQuery query(*m_pdb);
         const QList<QPair<QString, QString>> rows{
-            {QStringLiteral("DELETE FROM tb_schemes WHERE plan_uuid=?"), plan.getPlanUuid()},
-            {QStringLiteral("DELETE FROM tb_tasks WHERE task_name=?"), plan.getTaskAttribute().getTaskName()},
-            {QStringLiteral("DELETE FROM tb_triggers WHERE trigger_name=?"),
+            {sql(QStringLiteral("DELETE FROM $schemes WHERE plan_uuid=?")), plan.getPlanUuid()},
+            {sql(QStringLiteral("DELETE FROM $tasks WHERE task_name=?")), plan.getTaskAttribute().getTaskName()},
+            {sql(QStringLiteral("DELETE FROM $triggers WHERE trigger_name=?")),
              plan.getTriggerAttribute().getTriggerName()},
             {QStringLiteral("DELETE FROM tb_plan_runs WHERE plan_uuid=?"), plan.getPlanUuid()}};
         for (const auto& row : rows) {
@@ -241,13 +250,13 @@ bool SchedulerDatabase::LoadPlans(QList<SchedulerPlan>& plans)
         return false;
     QSqlQuery query(*m_pdb);
     query.setForwardOnly(true);
-    query.prepare(QStringLiteral(
+    query.prepare(sql(QStringLiteral(
         "SELECT s.plan_uuid,s.plan_name,s.execution_state,s.status,s.latest_finish_time,s.create_time,"
         "t.task_name,t.operation_register_name,t.operation_parameter,"
         "g.trigger_name,g.trigger_type,g.start_time,g.end_time,g.interval,g.duration,g.week_days,"
         "g.which_months,g.month_days,g.day_last_flag,g.trigger_end_flag "
-        "FROM tb_schemes s JOIN tb_tasks t ON s.task_name=t.task_name "
-        "JOIN tb_triggers g ON s.trigger_name=g.trigger_name ORDER BY s.create_time,s.rowid"));
+        "FROM $schemes s JOIN $tasks t ON s.task_name=t.task_name "
+        "JOIN $triggers g ON s.trigger_name=g.trigger_name ORDER BY s.create_time,s.rowid")));
     if (!exec(query, "LoadPlans"))
         return false;
     while (query.next()) {
@@ -288,9 +297,9 @@ bool SchedulerDatabase::InsertJournal(const JournalAttribute& journal)
 bool SchedulerDatabase::WriteJournal(const JournalAttribute& journal)
 {
     QSqlQuery query(*m_pdb);
-    query.prepare(QStringLiteral(
-        "INSERT INTO tb_Journals(journal_uuid,plan_uuid,plan_name,task_name,start_time,end_time,"
-        "record_time,time_consuming,result,error_reason,solution) VALUES(?,?,?,?,?,?,?,?,?,?,?)"));
+    query.prepare(sql(QStringLiteral(
+        "INSERT INTO $journals(journal_uuid,plan_uuid,plan_name,task_name,start_time,end_time,"
+        "record_time,time_consuming,result,error_reason,solution) VALUES(?,?,?,?,?,?,?,?,?,?,?)")));
     for (const QVariant& v : {QVariant(journal.getJournalUuid()), QVariant(journal.getPlanUuid()),
                               QVariant(journal.getPlanName()), QVariant(journal.getTaskName()),
                               QVariant(journal.getStartTime()), QVariant(journal.getEndTime()),
@@ -307,9 +316,9 @@ bool SchedulerDatabase::LoadJournals(const QString& planUuid, QList<JournalAttri
         return false;
     QSqlQuery query(*m_pdb);
     query.setForwardOnly(true);
-    QString statement = QStringLiteral(
+    QString statement = sql(QStringLiteral(
         "SELECT journal_uuid,plan_uuid,plan_name,task_name,start_time,end_time,record_time,"
-        "time_consuming,result,error_reason,solution FROM tb_Journals");
+        "time_consuming,result,error_reason,solution FROM $journals"));
     if (!planUuid.isEmpty())
         statement += QStringLiteral(" WHERE plan_uuid=?");
     query.prepare(statement + QStringLiteral(" ORDER BY record_time,rowid"));
@@ -340,7 +349,7 @@ bool SchedulerDatabase::DeleteJournals(const QStringList& journalUuids, int& del
     deleted = 0;
     return Transaction([&] {
         QSqlQuery query(*m_pdb);
-        query.prepare(QStringLiteral("DELETE FROM tb_Journals WHERE journal_uuid=?"));
+        query.prepare(sql(QStringLiteral("DELETE FROM $journals WHERE journal_uuid=?")));
         for (const QString& uuid : journalUuids) {
             query.addBindValue(uuid);
             if (!exec(query, "DeleteJournals"))
@@ -356,7 +365,7 @@ bool SchedulerDatabase::DeleteAllJournals(int& deleted)
     deleted = 0;
     return Transaction([&] {
         QSqlQuery query(*m_pdb);
-        if (!query.exec(QStringLiteral("DELETE FROM tb_Journals"))) {
+        if (!query.exec(sql(QStringLiteral("DELETE FROM $journals")))) {
             logFailure(query, "DeleteAllJournals");
             return false;
         }

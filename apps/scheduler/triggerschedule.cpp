@@ -6,7 +6,7 @@
 
 namespace TriggerSchedule {
 
-const QString TimeFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss");
+const QString TimeFormat = TimeText::Format();
 
 }
 
@@ -385,6 +385,11 @@ bool Validate(const TriggerAttribute& trigger, QString& reason)
     reason.clear();
     if (trigger.getTriggerType() > Monthly)
         return Refuse(reason, "Trigger type must be 0 (once), 1 (daily), 2 (weekly) or 3 (monthly).");
+    // The library reads these columns back as 32-bit numbers: larger values would not survive a load.
+    if (trigger.getInterval() > 0xFFFFFFFFu || trigger.getDuration() > 0xFFFFFFFFu)
+        return Refuse(reason, "Interval and duration must be at most 4294967295 seconds.");
+    if (trigger.getDayLastFlag() > 1 || trigger.getTriggerEndFlag() > 1)
+        return Refuse(reason, "The last-day and end flags must be 0 or 1.");
     QDate startDate;
     if (!CheckTimes(trigger, startDate, reason)
         || !CheckList(trigger.getWeekDays(), 1, 7, "Week days must be numbers from 1 (Monday) to 7 (Sunday).",

@@ -1,6 +1,7 @@
 #include "command/requestnewoperationdata.h"
 
 #include "command/schedulerdialogdata.h"
+#include "common/timetext.h"
 
 #include <QDataStream>
 #include <QDateTime>
@@ -15,7 +16,7 @@ quint64 toNumber(const QString& text)
 }
 
 RequestNewOperationData::RequestNewOperationData()
-    : m_createTime(QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss")))
+    : m_createTime(QDateTime::currentDateTime().toString(TimeText::Format()))
     , m_backupNowLater(0)
 {
 }

@@ -16,12 +16,14 @@ public:
     virtual ~ConfigReader() = default;
 
     // A missing file gives the defaults; keys absent from an existing file give "" or 0.
+    static constexpr unsigned short TcpSwitchCode = 88;
+
     static bool IniReader(const QString& path);
 
     static QString getAgentLocalServerName();
     static QString getSchedulerLocalServerName();
     static unsigned short getTcpServerPort();
-    // 88 and only 88 switches the TCP transport on.
+    // TcpSwitchCode, and only that value, switches the TCP transport on.
     static unsigned short getTcpServerCode();
     static unsigned int getDateTimeFireType();
     static unsigned int getOperationExecuteType();

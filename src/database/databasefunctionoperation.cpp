@@ -2,6 +2,7 @@
 
 #include "common/commontools.h"
 #include "common/logger.h"
+#include "database/databaseschema.h"
 #include "model/triggerattribute.h"
 
 #include <QSqlDatabase>
@@ -15,10 +16,10 @@
 
 namespace {
 const char* const kDriverName = "QSQLITE";
-const char* const kSchemeTable = "tb_schemes";
-const char* const kTaskTable = "tb_tasks";
-const char* const kTriggerTable = "tb_triggers";
-const char* const kJournalTable = "tb_Journals";
+using DatabaseSchema::JournalTable;
+using DatabaseSchema::SchemeTable;
+using DatabaseSchema::TaskTable;
+using DatabaseSchema::TriggerTable;
 
 void logError(const QString& text)
 {
@@ -105,7 +106,7 @@ bool DatabaseFunctionOperation::CreateSchemeTable(QSqlQuery& query)
         "CREATE TABLE %1(plan_uuid VARCHAR(254) PRIMARY KEY NOT NULL,plan_name VARCHAR(254),"
         "execution_state VARCHAR(254),status VARCHAR(254),latest_finish_time VARCHAR(254),"
         "create_time VARCHAR(254),trigger_name VARCHAR(254),task_name VARCHAR(254))");
-    return query.exec(sql.arg(QLatin1String(kSchemeTable)));
+    return query.exec(sql.arg(QLatin1String(SchemeTable)));
 }
 
 bool DatabaseFunctionOperation::CreateTaskTable(QSqlQuery& query)
@@ -113,7 +114,7 @@ bool DatabaseFunctionOperation::CreateTaskTable(QSqlQuery& query)
     const QString sql = QStringLiteral(
         "CREATE TABLE %1(task_name VARCHAR(254) PRIMARY KEY NOT NULL,"
         "operation_register_name VARCHAR(254),operation_parameter VARCHAR(10240))");
-    return query.exec(sql.arg(QLatin1String(kTaskTable)));
+    return query.exec(sql.arg(QLatin1String(TaskTable)));
 }
 
 bool DatabaseFunctionOperation::CreateTriggerTable(QSqlQuery& query)
@@ -123,7 +124,7 @@ bool DatabaseFunctionOperation::CreateTriggerTable(QSqlQuery& query)
         "start_time VARCHAR(254),end_time VARCHAR(254),interval INTEGER,duration INTEGER,"
         "week_days VARCHAR(254),which_months VARCHAR(254),month_days VARCHAR(254),"
         "day_last_flag INTEGER,trigger_end_flag INTEGER)");
-    return query.exec(sql.arg(QLatin1String(kTriggerTable)));
+    return query.exec(sql.arg(QLatin1String(TriggerTable)));
 }
 
 bool DatabaseFunctionOperation::CreateJournalTable(QSqlQuery& query)
@@ -133,7 +134,7 @@ bool DatabaseFunctionOperation::CreateJournalTable(QSqlQuery& query)
         "plan_name VARCHAR(254),task_name VARCHAR(254),start_time VARCHAR(254),end_time VARCHAR(254),"
         "record_time VARCHAR(254),time_consuming INTEGER,result VARCHAR(254),error_reason TEXT,"
         "solution TEXT)");
-    return query.exec(sql.arg(QLatin1String(kJournalTable)));
+    return query.exec(sql.arg(QLatin1String(JournalTable)));
 }
 
 bool DatabaseFunctionOperation::LoadTriggerAttributes(QHash<QString, TriggerAttribute*>& triggers)
@@ -142,7 +143,7 @@ bool DatabaseFunctionOperation::LoadTriggerAttributes(QHash<QString, TriggerAttr
         return false;
     const QString sql =
         QStringLiteral("SELECT %1.plan_uuid, %2.trigger_name FROM %1, %2 WHERE %1.trigger_name = %2.trigger_name")
-            .arg(QLatin1String(kSchemeTable), QLatin1String(kTriggerTable));
+            .arg(QLatin1String(SchemeTable), QLatin1String(TriggerTable));
     QSqlQuery query(*m_pdb);
     query.setForwardOnly(true);
     if (!query.exec(sql))
@@ -176,7 +177,7 @@ bool DatabaseFunctionOperation::SelectTrigger(const QString& triggerName, Trigge
         QStringLiteral("SELECT %1.trigger_type, %1.start_time, %1.end_time, %1.interval, %1.duration, "
                        "%1.week_days, %1.which_months, %1.month_days, %1.day_last_flag, "
                        "%1.trigger_end_flag FROM %1 WHERE %1.trigger_name='%2'")
-            .arg(QLatin1String(kTriggerTable), triggerName);
+            .arg(QLatin1String(TriggerTable), triggerName);
     QSqlQuery query(*m_pdb);
     query.setForwardOnly(true);
     if (!query.exec(sql))

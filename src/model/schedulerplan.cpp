@@ -1,13 +1,10 @@
 #include "model/schedulerplan.h"
 
 #include "command/requestnewoperationdata.h"
+#include "common/timetext.h"
 
 #include <QDataStream>
 #include <QDateTime>
-
-namespace {
-const QString kCreateTimeFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss");
-}
 
 SchedulerPlan::SchedulerPlan()
     : m_planUuid(QLatin1String(""))
@@ -138,8 +135,8 @@ bool SchedulerPlan::operator!=(const SchedulerPlan& other) const
 
 bool SchedulerPlan::operator<(const SchedulerPlan& other) const
 {
-    const QDateTime mine = QDateTime::fromString(m_schemeAttribute.getCreateTime(), kCreateTimeFormat);
-    const QDateTime theirs = QDateTime::fromString(other.m_schemeAttribute.getCreateTime(), kCreateTimeFormat);
+    const QDateTime mine = QDateTime::fromString(m_schemeAttribute.getCreateTime(), TimeText::Format());
+    const QDateTime theirs = QDateTime::fromString(other.m_schemeAttribute.getCreateTime(), TimeText::Format());
     return mine < theirs;
 }
 
