@@ -2,6 +2,7 @@
 
 #include "communtestsupport.h"
 
+#include <QSet>
 #include <QtTest>
 
 #include <memory>
@@ -37,7 +38,8 @@ QStringList numbers(int from, int to)
     return list;
 }
 
-// Collects the plan names the manager announces, and frees what it is handed.
+// Collects the plan names the manager announces in order. Holds what it is handed until it
+// goes, so that a package announced twice is counted twice but freed once.
 class Announcements : public QObject
 {
 public:
@@ -48,12 +50,21 @@ public:
                     if (QThread::currentThread() != thread())
                         ++foreignThread;
                     names.append(package->getCommand()->getPlanName());
-                    CommandBuilder::DestroyCommand(package->getCommand());
-                    delete package;
+                    m_held.insert(package);
                 });
+    }
+    ~Announcements() override
+    {
+        for (SocketCommandPackage* package : qAsConst(m_held)) {
+            CommandBuilder::DestroyCommand(package->getCommand());
+            delete package;
+        }
     }
     QStringList names;
     int foreignThread = 0;
+
+private:
+    QSet<SocketCommandPackage*> m_held;
 };
 
 } // namespace
@@ -64,8 +75,12 @@ class tst_Dispatch : public QObject
 
 private slots:
     void announcedInRequestOrderFromSeveralThreads();
+    void the1001stRequestBlocksUntilOneIsTaken_data();
     void the1001stRequestBlocksUntilOneIsTaken();
-    void stopAnnouncesWhatWasQueuedBeforeItsMarker();
+    void stopAnnouncesEverythingQueuedBeforeItsMarker();
+    void stopWithoutARunningConsumer_data();
+    void stopWithoutARunningConsumer();
+    void restartedManagerAnnouncesEachPackageOnce();
     void nullCommandIsRefused();
 };
 
@@ -103,13 +118,24 @@ void tst_Dispatch::announcedInRequestOrderFromSeveralThreads()
     QCOMPARE(seen.foreignThread, 0);   // announced on the manager's thread, not the consumer's
 }
 
+void tst_Dispatch::the1001stRequestBlocksUntilOneIsTaken_data()
+{
+    QTest::addColumn<int>("freedByUnInit");   // packages queued and freed by UnInit first
+
+    QTest::newRow("on a queue that never held anything") << 0;
+    QTest::newRow("after UnInit freed three packages") << 3;
+    QTest::newRow("after UnInit freed a full queue") << 1000;
+}
+
+// What UnInit frees gives its places back: were they kept, the queue would shrink with every
+// package left at shut-down, down to a queue where every request waits for ever.
 void tst_Dispatch::the1001stRequestBlocksUntilOneIsTaken()
 {
+    QFETCH(int, freedByUnInit);
     CommunProducerConsumerManager manager;
     Announcements seen(&manager);
     QVERIFY(manager.Init());
-    // What UnInit frees gives its places back: all 1000 are free below.
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < freedByUnInit; ++i)
         QVERIFY(request(-1));
     manager.UnInit();
 
@@ -137,34 +163,72 @@ void tst_Dispatch::the1001stRequestBlocksUntilOneIsTaken()
     QCOMPARE(seen.names, numbers(0, 1001));
 }
 
-void tst_Dispatch::stopAnnouncesWhatWasQueuedBeforeItsMarker()
+// The marker is queued behind a full queue, so it waits until the consumer has taken a
+// package; a stop flag set then would end the consumer there and lose the other 999.
+void tst_Dispatch::stopAnnouncesEverythingQueuedBeforeItsMarker()
 {
     CommunProducerConsumerManager manager;
     Announcements seen(&manager);
     QVERIFY(manager.Init());
-    for (int i = 0; i < 5; ++i)
+    for (int i = 0; i < 1000; ++i)
         QVERIFY(request(i));
     QVERIFY(manager.Start());
     manager.Stop();   // returns only once the consumer has ended
-    QTRY_COMPARE_WITH_TIMEOUT(seen.names, numbers(0, 5), 5000);
+    QTRY_COMPARE_WITH_TIMEOUT(seen.names, numbers(0, 1000), 5000);
 
-    // Nobody consumes any more: what comes now stays queued until UnInit frees it, and
-    // the freed places are free again (a leak would make the 1000th request block).
+    // Nobody consumes any more: what comes now stays queued until UnInit frees it.
     const int destroyedBefore = CountedCommand::destroyed.loadAcquire();
-    for (int i = 5; i < 8; ++i)
+    for (int i = 1000; i < 1003; ++i)
         QVERIFY(request(i));
     QCoreApplication::processEvents();
-    QCOMPARE(seen.names.size(), 5);
+    QCOMPARE(seen.names.size(), 1000);
     manager.UnInit();
     QCOMPARE(CountedCommand::destroyed.loadAcquire() - destroyedBefore, 3);
+}
 
-    // A new run starts cleanly: no marker is left over to end it at once.
+void tst_Dispatch::stopWithoutARunningConsumer_data()
+{
+    QTest::addColumn<int>("queued");
+
+    QTest::newRow("before any start, on an empty queue") << 0;
+    QTest::newRow("before any start, on a full queue") << 1000;
+}
+
+// No consumer runs to take a marker: queued, it would wait for a place in a full queue for
+// ever, or stay behind and end the next run before anything queued after it.
+void tst_Dispatch::stopWithoutARunningConsumer()
+{
+    QFETCH(int, queued);
+    CommunProducerConsumerManager manager;
+    Announcements seen(&manager);
+    QVERIFY(manager.Init());
+    for (int i = 0; i < queued; ++i)
+        QVERIFY(request(i));
+    std::unique_ptr<QThread> stopper(QThread::create([&manager] { manager.Stop(); }));
+    stopper->start();
+    QVERIFY2(stopper->wait(10000), "Stop waited for a place in the queue");
+
     QVERIFY(manager.Start());
-    QVERIFY(request(8));
-    QTRY_COMPARE_WITH_TIMEOUT(seen.names.size(), 6, 5000);
+    QVERIFY(request(queued));
+    QTRY_COMPARE_WITH_TIMEOUT(seen.names, numbers(0, queued + 1), 10000);
     manager.Stop();
     manager.UnInit();
-    QCOMPARE(seen.names.last(), QStringLiteral("8"));
+}
+
+// Each Start connects the consumer to the manager; a second connection would announce every
+// package twice, and its receiver would free it twice.
+void tst_Dispatch::restartedManagerAnnouncesEachPackageOnce()
+{
+    CommunProducerConsumerManager manager;
+    Announcements seen(&manager);
+    QVERIFY(manager.Init());
+    for (int run = 0; run < 2; ++run) {
+        QVERIFY(manager.Start());
+        QVERIFY(request(run));
+        manager.Stop();
+        manager.UnInit();
+    }
+    QTRY_COMPARE_WITH_TIMEOUT(seen.names, numbers(0, 2), 5000);
 }
 
 void tst_Dispatch::nullCommandIsRefused()

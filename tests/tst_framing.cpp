@@ -2,8 +2,10 @@
 
 #include "communtestsupport.h"
 
+#include <QDataStream>
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -21,6 +23,34 @@ const QByteArray kPackageA = QByteArray::fromHex("0000000000000012" "00000000000
 const QByteArray kPackageB = QByteArray::fromHex("0000000000000014" "0000000000000066" "01020304");
 // [length 22][type 103][six bytes]
 const QByteArray kPackageC = QByteArray::fromHex("0000000000000016" "0000000000000067" "a1a2a3a4a5a6");
+
+// [length 16][type n]: a package that tells its place in a run.
+QByteArray numbered(int n)
+{
+    QByteArray bytes;
+    QDataStream out(&bytes, QIODevice::WriteOnly);
+    out << qint64(16) << qint64(n);
+    return bytes;
+}
+
+// Packages from..from+count-1 back to back.
+QByteArray run(int from, int count)
+{
+    QByteArray bytes;
+    for (int n = from; n < from + count; ++n)
+        bytes += numbered(n);
+    return bytes;
+}
+
+// What a run of count packages in one read gives when only the last `kept` fit the limit:
+// those carry everything behind them, the ones before travel alone.
+QList<QByteArray> emissions(int count, int kept)
+{
+    QList<QByteArray> list;
+    for (int n = 0; n < count; ++n)
+        list.append(n < count - kept ? numbered(n) : run(n, count - n));
+    return list;
+}
 
 // A connected pair: the writer is a client socket, the reader the accepted socket.
 class SocketPair
@@ -89,29 +119,50 @@ void tst_Framing::receive_data()
     QTest::addColumn<QList<QByteArray>>("emitted");
     QTest::addColumn<bool>("valid");
     QTest::addColumn<QByteArray>("held");
+    QTest::addColumn<qint64>("limit");   // the emit buffer limit
 
+    const qint64 byDefault = CommunObject::kDefaultEmitBufferLimit;
     QList<QByteArray> bytewise;
     for (char c : kPackageA)
         bytewise.append(QByteArray(1, c));
 
     QTest::newRow("fewer than 8 bytes are held and nothing is emitted")
-        << QList<QByteArray>{kPackageA.left(5)} << QList<QByteArray>{} << true << kPackageA.left(5);
+        << QList<QByteArray>{kPackageA.left(5)} << QList<QByteArray>{} << true << kPackageA.left(5) << byDefault;
     QTest::newRow("two packages in one write give two emissions, the first with the second as tail")
         << QList<QByteArray>{kPackageA + kPackageB} << QList<QByteArray>{kPackageA + kPackageB, kPackageB} << true
-        << QByteArray();
+        << QByteArray() << byDefault;
     QTest::newRow("a package plus 3 bytes of the next keeps them until the next read completes it")
         << QList<QByteArray>{kPackageA + kPackageB.left(3), kPackageB.mid(3) + kPackageC.left(3)}
         << QList<QByteArray>{kPackageA + kPackageB.left(3), kPackageB + kPackageC.left(3)} << true
-        << kPackageC.left(3);
+        << kPackageC.left(3) << byDefault;
     QTest::newRow("a package delivered one byte at a time is emitted once")
-        << bytewise << QList<QByteArray>{kPackageA} << true << QByteArray();
+        << bytewise << QList<QByteArray>{kPackageA} << true << QByteArray() << byDefault;
     QTest::newRow("a declared length of exactly 8 is a complete, empty package")
         << QList<QByteArray>{QByteArray::fromHex("0000000000000008")}
-        << QList<QByteArray>{QByteArray::fromHex("0000000000000008")} << true << QByteArray();
+        << QList<QByteArray>{QByteArray::fromHex("0000000000000008")} << true << QByteArray() << byDefault;
     QTest::newRow("a declared length of 7 is invalid and empties the sink")
-        << QList<QByteArray>{QByteArray::fromHex("0000000000000007ff")} << QList<QByteArray>{} << false << QByteArray();
+        << QList<QByteArray>{QByteArray::fromHex("0000000000000007ff")} << QList<QByteArray>{} << false << QByteArray()
+        << byDefault;
     QTest::newRow("a negative declared length is invalid")
-        << QList<QByteArray>{QByteArray::fromHex("ffffffffffffffec00")} << QList<QByteArray>{} << false << QByteArray();
+        << QList<QByteArray>{QByteArray::fromHex("ffffffffffffffec00")} << QList<QByteArray>{} << false << QByteArray()
+        << byDefault;
+
+    // 2000 packages of 16 bytes: reading them with their tails would copy about 32 MB.
+    QTest::newRow("a long read travels package by package until what is held fits the limit")
+        << QList<QByteArray>{run(0, 2000)} << emissions(2000, int(byDefault / 16)) << true << QByteArray()
+        << byDefault;
+    QTest::newRow("a limit of ten packages lets only the last ten carry what follows them")
+        << QList<QByteArray>{run(0, 50)} << emissions(50, 10) << true << QByteArray() << qint64(160);
+    QTest::newRow("a limit of 0 sends every package alone")
+        << QList<QByteArray>{kPackageA + kPackageB} << QList<QByteArray>{kPackageA, kPackageB} << true
+        << QByteArray() << qint64(0);
+    const QByteArray large = QByteArray::fromHex("0000000000004e20" "0000000000000068") + QByteArray(19984, 'Z');
+    QTest::newRow("a package larger than the limit travels without the start of the next")
+        << QList<QByteArray>{large + kPackageB.left(3)} << QList<QByteArray>{large} << true << kPackageB.left(3)
+        << byDefault;
+    QTest::newRow("a bad length behind packages beyond the limit empties the sink once they are out")
+        << QList<QByteArray>{kPackageA + kPackageB + QByteArray::fromHex("0000000000000007ff")}
+        << QList<QByteArray>{kPackageA, kPackageB} << false << QByteArray() << qint64(0);
 }
 
 void tst_Framing::receive()
@@ -120,6 +171,9 @@ void tst_Framing::receive()
     QFETCH(QList<QByteArray>, emitted);
     QFETCH(bool, valid);
     QFETCH(QByteArray, held);
+    QFETCH(qint64, limit);
+    CommunObject::SetEmitBufferLimit(limit);
+    const auto restore = qScopeGuard([] { CommunObject::SetEmitBufferLimit(CommunObject::kDefaultEmitBufferLimit); });
 
     SocketPair pair;
     QVERIFY2(pair.open(currentProtocol()), "socket pair did not connect");

@@ -279,6 +279,8 @@ private slots:
     void answerToAVanishedPeerIsDropped();
     void clientRecoversAfterServerRestart();
     void floodArrivesOnceAndInOrder();
+    void firstConnectedReceiverMaySetANewEndpoint();
+    void destroyedWorkerFreesItsUnsentPackages();
 
 private:
     QTemporaryDir m_dir;
@@ -515,6 +517,60 @@ void tst_Transport::floodArrivesOnceAndInOrder()
     QTRY_COMPARE_WITH_TIMEOUT(server.count(), int(count), 120000);
     runOn(server.server(), [&] { inOrder = inOrder && next == count; });
     QVERIFY(inOrder);
+}
+
+#include <malloc.h>   // mallinfo2: the heap in use, for the worker's clean-up below
+
+// firstConnected is emitted under the first-result lock; a receiver on the worker's thread
+// that arms it again for the next connection must not wait on that lock.
+void tst_Transport::firstConnectedReceiverMaySetANewEndpoint()
+{
+    ServerOnThread server;
+    QVERIFY(server.start());
+    ClientOnThread client;
+    CommunClientWork* work = client.worker.object;
+    QAtomicInt rearmed;
+    connect(work, &CommunClientWork::firstConnected, work, [&, work] {
+        if (rearmed.fetchAndAddOrdered(1) == 0)
+            work->SetCommunAttribute(server.endpoint);
+    }, Qt::DirectConnection);
+
+    QVERIFY(client.connectTo(server.endpoint));
+    QTRY_COMPARE_WITH_TIMEOUT(client.firsts, QList<bool>{true}, 5000);
+    QVERIFY(client.reconnect());
+    QTRY_COMPARE_WITH_TIMEOUT(client.firsts, QList<bool>({true, true}), 5000);
+    QVERIFY(client.roundTrip(9));
+}
+
+// A worker deleted with a package still in its send list (nothing serves the endpoint, so
+// it is in flight or behind a failed write) frees it: the host never empties the list itself.
+void tst_Transport::destroyedWorkerFreesItsUnsentPackages()
+{
+    CommunAttribute nowhere;
+    nowhere.setProtocolType(currentProtocol());
+    if (currentProtocol() == CommunAttribute::TcpProtocol) {
+        QTcpServer probe;   // a port that was free a moment ago and is closed now
+        QVERIFY(probe.listen(QHostAddress::LocalHost, 0));
+        nowhere.setDestSvrNameIp(QStringLiteral("127.0.0.1"));
+        nowhere.setDestPort(probe.serverPort());
+    } else {
+        nowhere.setDestSvrNameIp(uniqueName("nobody"));
+    }
+    const auto heapInUse = [] {
+        const struct mallinfo2 info = mallinfo2();
+        return qint64(info.uordblks + info.hblkhd);
+    };
+    const qint64 packageSize = 32 << 20;
+    const qint64 before = heapInUse();
+    {
+        CommunClientWork work;
+        work.SetCommunAttribute(nowhere);
+        QVERIFY(work.Init());
+        QVERIFY(QMetaObject::invokeMethod(&work, "onRequestData", Qt::DirectConnection,
+                                          Q_ARG(QByteArray, QByteArray(int(packageSize), 'p'))));
+    }   // gone before its error slot could run
+    const qint64 kept = heapInUse() - before;
+    QVERIFY2(kept < packageSize / 4, qPrintable(QStringLiteral("%1 bytes outlived the worker").arg(kept)));
 }
 
 QTEST_GUILESS_MAIN(tst_Transport)

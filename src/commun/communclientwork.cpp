@@ -63,6 +63,8 @@ CommunClientWork::~CommunClientWork()
 {
     delete m_localSocket;
     delete m_tcpSocket;
+    // The records too, not only the list: one in flight or behind a failed write, or
+    // queued behind it, would be lost to nobody otherwise.
     CleanSendList();
     UnInit();
 }
@@ -92,41 +94,38 @@ void CommunClientWork::UnInit()
 
 void CommunClientWork::SetCommunAttribute(const CommunAttribute& attribute)
 {
-    {
-        QMutexLocker locker(&m_firstMutex);
-        m_firstResult = true;
-    }
     QMutexLocker locker(&m_attributeMutex);
+    m_firstResult.store(true);
     m_communAttribute = attribute;
 }
 
 bool CommunClientWork::CreateSocket()
 {
+    // The error signals are reached by name: on Qt 5.15 their overloads are deprecated in
+    // favour of errorOccurred, which older Qt 5 releases do not have.
     if (!m_localSocket) {
         m_localSocket = new (std::nothrow) QLocalSocket(this);
         if (!m_localSocket)
             return false;
-        m_localSocket->setReadBufferSize(kSocketReadBufferSize);
         connect(m_localSocket, &QLocalSocket::connected, this, &CommunClientWork::onconnected,
                 Qt::QueuedConnection);
         connect(m_localSocket, &QLocalSocket::readyRead, this, &CommunClientWork::onreadyRead,
                 Qt::QueuedConnection);
         connect(m_localSocket, &QLocalSocket::bytesWritten, this, &CommunClientWork::onbytesWritten,
                 Qt::QueuedConnection);
-        connect(m_localSocket, &QLocalSocket::errorOccurred, this, &CommunClientWork::onLocalError,
-                Qt::QueuedConnection);
+        connect(m_localSocket, SIGNAL(error(QLocalSocket::LocalSocketError)), this,
+                SLOT(onLocalError(QLocalSocket::LocalSocketError)), Qt::QueuedConnection);
     }
     if (ConfigReader::getTcpServerCode() == kTcpEnabledCode && !m_tcpSocket) {
         m_tcpSocket = new (std::nothrow) QTcpSocket(this);
         if (!m_tcpSocket)
             return false;
-        m_tcpSocket->setReadBufferSize(kSocketReadBufferSize);
         connect(m_tcpSocket, &QTcpSocket::connected, this, &CommunClientWork::onconnected, Qt::QueuedConnection);
         connect(m_tcpSocket, &QTcpSocket::readyRead, this, &CommunClientWork::onreadyRead, Qt::QueuedConnection);
         connect(m_tcpSocket, &QTcpSocket::bytesWritten, this, &CommunClientWork::onbytesWritten,
                 Qt::QueuedConnection);
-        connect(m_tcpSocket, &QTcpSocket::errorOccurred, this, &CommunClientWork::onTcpError,
-                Qt::QueuedConnection);
+        connect(m_tcpSocket, SIGNAL(error(QAbstractSocket::SocketError)), this,
+                SLOT(onTcpError(QAbstractSocket::SocketError)), Qt::QueuedConnection);
     }
     return true;
 }
@@ -186,23 +185,18 @@ void CommunClientWork::onreconnectServer()
     CleanSendList();
     CleanRecvData();
 
-    CommunAttribute attribute;
-    {
-        QMutexLocker locker(&m_attributeMutex);
-        attribute = m_communAttribute;
-    }
-    // Connecting may emit socket signals at once; no lock is held while it does.
-    switch (attribute.getProtocolType()) {
+    QMutexLocker locker(&m_attributeMutex);
+    switch (m_communAttribute.getProtocolType()) {
     case CommunAttribute::LocalProtocol:
         m_currentSocket = m_localSocket;
         if (m_localSocket)
-            m_localSocket->connectToServer(attribute.getDestSvrNameIp(), QIODevice::ReadWrite);
+            m_localSocket->connectToServer(m_communAttribute.getDestSvrNameIp(), QIODevice::ReadWrite);
         break;
     case CommunAttribute::TcpProtocol:
         m_currentSocket = m_tcpSocket;
         if (m_tcpSocket)
-            m_tcpSocket->connectToHost(attribute.getDestSvrNameIp(), attribute.getDestPort(), QIODevice::ReadWrite,
-                                       QAbstractSocket::AnyIPProtocol);
+            m_tcpSocket->connectToHost(m_communAttribute.getDestSvrNameIp(), m_communAttribute.getDestPort(),
+                                       QIODevice::ReadWrite, QAbstractSocket::AnyIPProtocol);
         break;
     default:
         m_currentSocket = nullptr;
@@ -221,14 +215,9 @@ void CommunClientWork::ReportConnection(bool bflag)
     const QString name = attribute.getDestSvrNameIp();
     const quint16 port = attribute.getDestPort();
     emit hostConnected(type, name, port, bflag);
-    bool first = false;
-    {
-        QMutexLocker locker(&m_firstMutex);
-        first = m_firstResult;
-        m_firstResult = false;
-    }
-    // Emitted outside the lock: a receiver may set a new endpoint right away.
-    if (first)
+    // A receiver may set a new endpoint right away: that takes the endpoint lock only.
+    QMutexLocker locker(&m_firstMutex);
+    if (m_firstResult.exchange(false))
         emit firstConnected(type, name, port, bflag);
 }
 

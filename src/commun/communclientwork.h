@@ -11,13 +11,16 @@
 #include <QMutex>
 #include <QString>
 
+#include <atomic>
+
 class QTcpSocket;
 class SocketSinkData;
 
 // The connecting end: (re)connects to the endpoint of a CommunAttribute, sends the
 // packages handed to onRequestData and emits every reply package as returnResult.
 // Lives on one thread; its sockets are its children. Call Init on that thread.
-// The endpoint, first-result, send and receive locks are never held two at once.
+// The endpoint, first-result, send and receive locks are never taken inside one another
+// by the worker; a receiver of firstConnected runs under the first-result lock.
 class BACKUPFRAME_EXPORT CommunClientWork : public CommunObject
 {
     Q_OBJECT
@@ -60,7 +63,9 @@ private:
     QIODevice* m_currentSocket;
     QLocalSocket* m_localSocket;
     QTcpSocket* m_tcpSocket;
-    bool m_firstResult;
+    // Armed with the endpoint under the endpoint lock; tested and cleared, with the
+    // emission of firstConnected, under the first-result lock.
+    std::atomic<bool> m_firstResult;
     QMutex m_firstMutex;
     CommunAttribute m_communAttribute;
     QMutex m_attributeMutex;

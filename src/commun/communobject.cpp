@@ -9,8 +9,23 @@
 
 #include <log4cpp/Category.hh>
 
+#include <atomic>
+
 namespace {
 const int kLengthFieldSize = 8;
+
+std::atomic<qint64> g_emitBufferLimit{CommunObject::kDefaultEmitBufferLimit};
+
+// The length field of the package that starts at offset: a big-endian qint64.
+qint64 declaredLength(const QByteArray& data, int offset)
+{
+    QByteArray head = data.mid(offset, kLengthFieldSize);
+    QDataStream in(&head, QIODevice::ReadOnly);
+    in.setVersion(QDataStream::Qt_5_4);
+    qint64 declared = 0;
+    in >> declared;
+    return declared;
+}
 
 void logError(const char* message)
 {
@@ -35,6 +50,16 @@ CommunObject::CommunObject(QObject* parent)
 
 CommunObject::~CommunObject() = default;
 
+void CommunObject::SetEmitBufferLimit(qint64 bytes)
+{
+    g_emitBufferLimit.store(qMax<qint64>(bytes, 0));
+}
+
+qint64 CommunObject::EmitBufferLimit()
+{
+    return g_emitBufferLimit.load();
+}
+
 bool CommunObject::ReadBlockBytes(QIODevice* psocket, quint64 protocolType, SocketSinkData* psink)
 {
     if (!psocket || !psink) {
@@ -44,6 +69,11 @@ bool CommunObject::ReadBlockBytes(QIODevice* psocket, quint64 protocolType, Sock
     if (ReadSocketData(psocket, protocolType, psink).isEmpty()) {
         logWarn("Receive data return empty in the ReadBlockBytes.");
         return true;
+    }
+    if (!EmitPackagesBeyondLimit(psocket, psink)) {
+        psink->Clear();
+        logError("Judge command package failed in the ReadBlockBytes.");
+        return false;
     }
     for (;;) {
         PackageJudgement judgement = Invalid;
@@ -68,6 +98,38 @@ bool CommunObject::ReadBlockBytes(QIODevice* psocket, quint64 protocolType, Sock
         psink->RemoveData(0, static_cast<int>(declared));
         psink->setPackageSize(0);
     }
+}
+
+// Emits the complete packages at the front alone while more than the limit is held, then
+// drops the bytes they took in one go, so a long read is copied once, not once per package.
+// False for a length field below 8; the packages before it have been emitted.
+bool CommunObject::EmitPackagesBeyondLimit(QIODevice* psocket, SocketSinkData* psink)
+{
+    const qint64 limit = EmitBufferLimit();
+    const qint64 held = psink->getProgress();
+    const QByteArray& data = psink->getRfrnData();
+    qint64 declared = psink->getPackageSize();
+    qint64 offset = 0;
+    while (held - offset > limit) {
+        if (declared == 0) {
+            if (held - offset < kLengthFieldSize)
+                break;
+            declared = declaredLength(data, static_cast<int>(offset));
+            if (declared < kLengthFieldSize)
+                return false;
+        }
+        if (held - offset < declared)
+            break;
+        emit readyReadBytes(psocket, data.mid(static_cast<int>(offset), static_cast<int>(declared)));
+        offset += declared;
+        declared = 0;
+    }
+    if (offset > 0) {
+        psink->RemoveData(0, static_cast<int>(offset));
+        psink->setProgress(held - offset);
+    }
+    psink->setPackageSize(declared);
+    return true;
 }
 
 bool CommunObject::SendBlockData(QIODevice* psocket, quint64 protocolType, QList<SocketSinkData*>& sendList,
@@ -130,11 +192,7 @@ void CommunObject::JudgeCommandPackage(SocketSinkData* psink, PackageJudgement& 
             judgement = Incomplete;
             return;
         }
-        QByteArray head = psink->getRfrnData().left(kLengthFieldSize);
-        QDataStream in(&head, QIODevice::ReadOnly);
-        in.setVersion(QDataStream::Qt_5_4);
-        qint64 declared = 0;
-        in >> declared;
+        const qint64 declared = declaredLength(psink->getRfrnData(), 0);
         // Such a length never comes from the encoder and would stall the loop.
         if (declared < kLengthFieldSize) {
             judgement = Invalid;

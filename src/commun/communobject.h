@@ -26,16 +26,26 @@ public:
         Invalid = 4
     };
 
-    // Sockets are given this read buffer so that one read takes in at most this much:
-    // every complete package is emitted with the rest of the buffer behind it, so the
-    // cost of a read grows with the square of what it took in.
+    // A socket read buffer size that endpoints once gave their sockets to keep reads short.
+    // Reads are no longer bounded: the emit buffer limit below keeps a long read linear.
     static const qint64 kSocketReadBufferSize = 16 * 1024;
+    // The default of SetEmitBufferLimit.
+    static const qint64 kDefaultEmitBufferLimit = 16 * 1024;
+
+    // Process-wide, read by every endpoint; a host sets it before its endpoints start.
+    // While the receive buffer holds more than this many bytes, each complete package is
+    // emitted alone; once it holds no more, a package is emitted with the bytes behind it.
+    // Emitting the whole buffer for every package of a long read would cost memory and
+    // time growing with the square of the read. Negative values count as 0.
+    static void SetEmitBufferLimit(qint64 bytes);
+    static qint64 EmitBufferLimit();
 
     explicit CommunObject(QObject* parent = nullptr);
     ~CommunObject() override;
 
     // Appends what the socket holds to the sink and emits readyReadBytes once per
-    // complete package, with the whole remaining buffer (the package plus any tail).
+    // complete package, with the remaining buffer (the package plus any tail) as long as
+    // that is within the emit buffer limit, else with the package alone.
     bool ReadBlockBytes(QIODevice* psocket, quint64 protocolType, SocketSinkData* psink);
     // Appends the package to the send list; writes it now only if nothing is in flight.
     bool SendBlockData(QIODevice* psocket, quint64 protocolType, QList<SocketSinkData*>& sendList,
@@ -54,6 +64,9 @@ public:
 
 signals:
     void readyReadBytes(QIODevice* psocket, QByteArray bytes);
+
+private:
+    bool EmitPackagesBeyondLimit(QIODevice* psocket, SocketSinkData* psink);
 };
 
 #endif

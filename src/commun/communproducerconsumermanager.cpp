@@ -106,7 +106,8 @@ void CommunConsumer::ClearQueue()
         if (ppackage)
             delete ppackage->getCommand();
         delete ppackage;
-        // Keep the slot counts true to the queue, so that its capacity stays 1000.
+        // Keep the slot counts true to the queue, so that its capacity stays 1000: left
+        // as they were, every package freed here would be a place lost for good.
         if (g_usedSlots.tryAcquire())
             g_freeSlots.release();
     }
@@ -158,6 +159,8 @@ bool CommunProducerConsumerManager::Init()
 
 bool CommunProducerConsumerManager::Start()
 {
+    // Connected before the thread starts, so that a package it takes at once finds its
+    // listener; only once, so that a restart does not announce every package twice.
     qRegisterMetaType<SocketCommandPackage*>("SocketCommandPackage*");
     connect(&m_consumer, &CommunConsumer::dealQueuePackageCommand, this,
             &CommunProducerConsumerManager::dealQueuePackageCommand,
