@@ -19,6 +19,7 @@
 #include "command/requestcommand.h"
 #include "command/resultcommand.h"
 #include "command/commandbuilder.h"
+#include "command/packageformat.h"
 #include "command/requestnewoperationdata.h"
 #include "command/schedulerdialogdata.h"
 #include "command/requeststringdata.h"

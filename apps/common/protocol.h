@@ -65,7 +65,7 @@ bool DecodePayload(const QByteArray& bytes, Record& record)
         return false;
     QByteArray copy(bytes);
     QDataStream in(&copy, QIODevice::ReadOnly);
-    in.setVersion(16);
+    in.setVersion(PackageFormat::StreamVersion);
     record.Read(in);
     return in.status() == QDataStream::Ok && in.atEnd();
 }

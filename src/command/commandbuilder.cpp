@@ -1,15 +1,11 @@
 #include "command/commandbuilder.h"
 
+#include "command/packageformat.h"
 #include "command/requestcommand.h"
 #include "command/resultcommand.h"
 
 #include <QDataStream>
 #include <new>
-
-namespace {
-// Every command and payload travels with this stream version (Qt_5_4).
-constexpr int kStreamVersion = 16;
-}
 
 CommCommand* CommandBuilder::BuilderCommand(quint64 commandType)
 {
@@ -29,7 +25,7 @@ CommCommand* CommandBuilder::BuilderCommand(quint64 commandType)
 CommCommand* CommandBuilder::BytearrayToCommand(QByteArray bytes)
 {
     QDataStream in(&bytes, QIODevice::ReadOnly);
-    in.setVersion(kStreamVersion);
+    in.setVersion(PackageFormat::StreamVersion);
 
     qint64 totalLength = 0;
     in >> totalLength;   // not compared with the array: the framing has judged it already
@@ -48,7 +44,7 @@ void CommandBuilder::CommandToBytearray(CommCommand* command, QByteArray& bytes)
     if (!command)
         return;
     QDataStream out(&bytes, QIODevice::WriteOnly);
-    out.setVersion(kStreamVersion);
+    out.setVersion(PackageFormat::StreamVersion);
     out << qint64(0);   // placeholder: the length counts itself and everything after it
     command->WriteCommandType(out);
     command->Write(out);
@@ -61,7 +57,7 @@ void CommandBuilder::DataToBytearray(CommandObj* data, QByteArray& bytes)
     if (!data)
         return;
     QDataStream out(&bytes, QIODevice::WriteOnly);
-    out.setVersion(kStreamVersion);
+    out.setVersion(PackageFormat::StreamVersion);
     data->Write(out);
 }
 
@@ -71,7 +67,7 @@ void CommandBuilder::BytearrayToData(const QByteArray& bytes, CommandObj* data)
         return;
     QByteArray copy(bytes);
     QDataStream in(&copy, QIODevice::ReadOnly);
-    in.setVersion(kStreamVersion);
+    in.setVersion(PackageFormat::StreamVersion);
     data->Read(in);
 }
 

@@ -2,12 +2,10 @@
 
 #include "command/commandbuilder.h"
 #include "command/commcommand.h"
-#include "common/logger.h"
+#include "common/logging_p.h"
 #include "commun/communproducerconsumermanager.h"
 
 #include <QIODevice>
-
-#include <log4cpp/Category.hh>
 
 ClientCommunManager::ClientCommunManager(QObject* parent)
     : QObject(parent)
@@ -50,8 +48,7 @@ void ClientCommunManager::ClientConnectServer(quint64 protocolType, QString name
 void ClientCommunManager::onDealQueuePackageCommand(SocketCommandPackage* ppackage)
 {
     if (!ppackage) {
-        Logger::GetFileLogHandle().error(
-            QString("The client request SocketCommandPackage pointer is null.").toStdString());
+        LibraryLog::Error(QStringLiteral("The client request SocketCommandPackage pointer is null."));
         return;
     }
     const quint64 kind = ppackage->getPackageKind();
@@ -61,8 +58,7 @@ void ClientCommunManager::onDealQueuePackageCommand(SocketCommandPackage* ppacka
     CommCommand* pcommand = ppackage->getCommand();
     delete ppackage;
     if (psocket) {
-        Logger::GetFileLogHandle().warn(
-            QString("The client request SocketCommandPackage's socket pointer is not null.").toStdString());
+        LibraryLog::Warn(QStringLiteral("The client request SocketCommandPackage's socket pointer is not null."));
         delete psocket;
     }
     DealRequestCommand(pcommand);

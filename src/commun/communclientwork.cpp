@@ -1,6 +1,6 @@
 #include "commun/communclientwork.h"
 
-#include "common/logger.h"
+#include "common/logging_p.h"
 #include "commun/socketsinkdata.h"
 #include "config/configreader.h"
 
@@ -8,24 +8,9 @@
 #include <QMutexLocker>
 #include <QTcpSocket>
 
-#include <log4cpp/Category.hh>
-
 #include <new>
 
 namespace {
-// The configuration value that switches the TCP transport on; fixed on purpose.
-const unsigned short kTcpEnabledCode = 88;
-
-void logError(const QString& message)
-{
-    Logger::GetFileLogHandle().error(message.toStdString());
-}
-
-void logWarn(const QString& message)
-{
-    Logger::GetFileLogHandle().warn(message.toStdString());
-}
-
 // A closed peer counts as a failed connection on TCP only.
 bool isLocalConnectFailure(QLocalSocket::LocalSocketError error)
 {
@@ -116,7 +101,7 @@ bool CommunClientWork::CreateSocket()
         connect(m_localSocket, SIGNAL(error(QLocalSocket::LocalSocketError)), this,
                 SLOT(onLocalError(QLocalSocket::LocalSocketError)), Qt::QueuedConnection);
     }
-    if (ConfigReader::getTcpServerCode() == kTcpEnabledCode && !m_tcpSocket) {
+    if (ConfigReader::getTcpServerCode() == ConfigReader::TcpSwitchCode && !m_tcpSocket) {
         m_tcpSocket = new (std::nothrow) QTcpSocket(this);
         if (!m_tcpSocket)
             return false;
@@ -133,7 +118,7 @@ bool CommunClientWork::CreateSocket()
 bool CommunClientWork::SendRequestData(const QByteArray& bytes)
 {
     if (bytes.isEmpty()) {
-        logError("Client into parameter bytes is empty in the SendRequestData.");
+        LibraryLog::Error("Client into parameter bytes is empty in the SendRequestData.");
         return false;
     }
     quint64 protocolType = 0;
@@ -143,7 +128,7 @@ bool CommunClientWork::SendRequestData(const QByteArray& bytes)
     }
     QMutexLocker locker(&m_sendMutex);
     if (!SendBlockData(m_currentSocket, protocolType, m_sendList, bytes)) {
-        logError("Client send block data failed in the SendRequestData.");
+        LibraryLog::Error("Client send block data failed in the SendRequestData.");
         return false;
     }
     return true;
@@ -229,7 +214,7 @@ void CommunClientWork::onconnected()
 void CommunClientWork::onRequestData(QByteArray bytes)
 {
     if (bytes.isEmpty()) {
-        logWarn("Client request data is empty in the onRequestData.");
+        LibraryLog::Warn("Client request data is empty in the onRequestData.");
         return;
     }
     quint64 protocolType = 0;
@@ -239,18 +224,18 @@ void CommunClientWork::onRequestData(QByteArray bytes)
     }
     if (!IsSocketValid(m_currentSocket, protocolType)
         || SocketState(m_currentSocket, protocolType) != QAbstractSocket::ConnectedState) {
-        logWarn("The CommunClientWork reconnect server in the onRequestData.");
+        LibraryLog::Warn("The CommunClientWork reconnect server in the onRequestData.");
         onreconnectServer();
     }
     if (!SendRequestData(bytes))
-        logError("Client send request data failed in the onRequestData.");
+        LibraryLog::Error("Client send request data failed in the onRequestData.");
     bytes = QByteArray();   // clear(); kept inline like SocketSinkData::Clear
 }
 
 void CommunClientWork::onreadyRead()
 {
     if (!m_currentSocket) {
-        logError("Client socket pointer is NULL in the onreadyRead.");
+        LibraryLog::Error("Client socket pointer is NULL in the onreadyRead.");
         return;
     }
     quint64 protocolType = 0;
@@ -260,7 +245,7 @@ void CommunClientWork::onreadyRead()
     }
     QMutexLocker locker(&m_recvMutex);
     if (!ReadBlockBytes(m_currentSocket, protocolType, m_recvSink))
-        logError("Client read block bytes failed in the onreadyRead.");
+        LibraryLog::Error("Client read block bytes failed in the onreadyRead.");
 }
 
 void CommunClientWork::onbytesWritten(qint64 bytes)
@@ -272,7 +257,7 @@ void CommunClientWork::onbytesWritten(qint64 bytes)
     }
     QMutexLocker locker(&m_sendMutex);
     if (!WrittenBlockBytes(m_currentSocket, protocolType, m_sendList, bytes))
-        logError("Client written block bytes failed in the onbytesWritten.");
+        LibraryLog::Error("Client written block bytes failed in the onbytesWritten.");
 }
 
 void CommunClientWork::onLocalError(QLocalSocket::LocalSocketError socketError)
@@ -282,9 +267,9 @@ void CommunClientWork::onLocalError(QLocalSocket::LocalSocketError socketError)
     CleanSendList();
     CleanRecvData();
     if (m_localSocket)
-        logWarn(QString("Client local socket comm occurred error : %1").arg(m_localSocket->errorString()));
+        LibraryLog::Warn(QString("Client local socket comm occurred error : %1").arg(m_localSocket->errorString()));
     else
-        logError("Client socket pointer is NULL in the onLocalError.");
+        LibraryLog::Error("Client socket pointer is NULL in the onLocalError.");
 }
 
 void CommunClientWork::onTcpError(QAbstractSocket::SocketError socketError)
@@ -294,9 +279,9 @@ void CommunClientWork::onTcpError(QAbstractSocket::SocketError socketError)
     CleanSendList();
     CleanRecvData();
     if (m_tcpSocket)
-        logWarn(QString("Client tcp socket comm occurred error : %1").arg(m_tcpSocket->errorString()));
+        LibraryLog::Warn(QString("Client tcp socket comm occurred error : %1").arg(m_tcpSocket->errorString()));
     else
-        logError("Client socket pointer is NULL in the onTcpError.");
+        LibraryLog::Error("Client socket pointer is NULL in the onTcpError.");
 }
 
 void CommunClientWork::onreadyReadBytes(QIODevice* psocket, QByteArray bytes)

@@ -1,41 +1,29 @@
 #include "commun/communobject.h"
 
-#include "common/logger.h"
+#include "command/packageformat.h"
+#include "common/logging_p.h"
 #include "commun/communattribute.h"
 #include "commun/socketsinkdata.h"
 
 #include <QDataStream>
 #include <QLocalSocket>
 
-#include <log4cpp/Category.hh>
-
 #include <atomic>
 
 namespace {
-const int kLengthFieldSize = 8;
-
 std::atomic<qint64> g_emitBufferLimit{CommunObject::kDefaultEmitBufferLimit};
 
 // The length field of the package that starts at offset: a big-endian qint64.
 qint64 declaredLength(const QByteArray& data, int offset)
 {
-    QByteArray head = data.mid(offset, kLengthFieldSize);
+    QByteArray head = data.mid(offset, PackageFormat::LengthFieldSize);
     QDataStream in(&head, QIODevice::ReadOnly);
-    in.setVersion(QDataStream::Qt_5_4);
+    in.setVersion(PackageFormat::StreamVersion);
     qint64 declared = 0;
     in >> declared;
     return declared;
 }
 
-void logError(const char* message)
-{
-    Logger::GetFileLogHandle().error(QString(message).toStdString());
-}
-
-void logWarn(const char* message)
-{
-    Logger::GetFileLogHandle().warn(QString(message).toStdString());
-}
 
 bool isKnownProtocol(quint64 protocolType)
 {
@@ -63,16 +51,16 @@ qint64 CommunObject::EmitBufferLimit()
 bool CommunObject::ReadBlockBytes(QIODevice* psocket, quint64 protocolType, SocketSinkData* psink)
 {
     if (!psocket || !psink) {
-        logError("Into the parameter pointer is null in the ReadBlockBytes.");
+        LibraryLog::Error("Into the parameter pointer is null in the ReadBlockBytes.");
         return false;
     }
     if (ReadSocketData(psocket, protocolType, psink).isEmpty()) {
-        logWarn("Receive data return empty in the ReadBlockBytes.");
+        LibraryLog::Warn("Receive data return empty in the ReadBlockBytes.");
         return true;
     }
     if (!EmitPackagesBeyondLimit(psocket, psink)) {
         psink->Clear();
-        logError("Judge command package failed in the ReadBlockBytes.");
+        LibraryLog::Error("Judge command package failed in the ReadBlockBytes.");
         return false;
     }
     for (;;) {
@@ -82,7 +70,7 @@ bool CommunObject::ReadBlockBytes(QIODevice* psocket, quint64 protocolType, Sock
             return true;
         if (judgement != Complete) {
             psink->Clear();
-            logError("Judge command package failed in the ReadBlockBytes.");
+            LibraryLog::Error("Judge command package failed in the ReadBlockBytes.");
             return false;
         }
         // The whole buffer travels: bytes of a following package ride along as a tail
@@ -112,10 +100,10 @@ bool CommunObject::EmitPackagesBeyondLimit(QIODevice* psocket, SocketSinkData* p
     qint64 offset = 0;
     while (held - offset > limit) {
         if (declared == 0) {
-            if (held - offset < kLengthFieldSize)
+            if (held - offset < PackageFormat::LengthFieldSize)
                 break;
             declared = declaredLength(data, static_cast<int>(offset));
-            if (declared < kLengthFieldSize)
+            if (declared < PackageFormat::LengthFieldSize)
                 return false;
         }
         if (held - offset < declared)
@@ -146,7 +134,7 @@ bool CommunObject::SendBlockData(QIODevice* psocket, quint64 protocolType, QList
         return true;   // started by WrittenBlockBytes once the one in flight is written
     if (WriteSocketData(psocket, protocolType, bytes) == psink->getPackageSize())
         return true;
-    logError("Send data failed in the SendBlockData.");
+    LibraryLog::Error("Send data failed in the SendBlockData.");
     return false;
 }
 
@@ -154,11 +142,11 @@ bool CommunObject::WrittenBlockBytes(QIODevice* psocket, quint64 protocolType,
                                      QList<SocketSinkData*>& sendList, qint64 bytes)
 {
     if (!psocket) {
-        logError("Into the parameter pointer is null in the WrittenBlockBytes.");
+        LibraryLog::Error("Into the parameter pointer is null in the WrittenBlockBytes.");
         return false;
     }
     if (sendList.isEmpty()) {
-        logError("Send socket list is empty in the WrittenBlockBytes.");
+        LibraryLog::Error("Send socket list is empty in the WrittenBlockBytes.");
         return false;
     }
     SocketSinkData* pfront = sendList.front();
@@ -169,7 +157,7 @@ bool CommunObject::WrittenBlockBytes(QIODevice* psocket, quint64 protocolType,
     }
     delete sendList.takeFirst();
     while (!sendList.isEmpty() && !sendList.front()) {
-        logWarn("Front send sink data is NULL in the WrittenBlockBytes.");
+        LibraryLog::Warn("Front send sink data is NULL in the WrittenBlockBytes.");
         sendList.removeFirst();
     }
     if (sendList.isEmpty())
@@ -177,7 +165,7 @@ bool CommunObject::WrittenBlockBytes(QIODevice* psocket, quint64 protocolType,
     pfront = sendList.front();
     if (WriteSocketData(psocket, protocolType, pfront->getRfrnData()) == pfront->getPackageSize())
         return true;
-    logError("Send data failed in the WrittenBlockBytes.");
+    LibraryLog::Error("Send data failed in the WrittenBlockBytes.");
     return false;
 }
 
@@ -188,13 +176,13 @@ void CommunObject::JudgeCommandPackage(SocketSinkData* psink, PackageJudgement& 
         return;
     }
     if (psink->getPackageSize() == 0) {
-        if (psink->getProgress() < kLengthFieldSize) {
+        if (psink->getProgress() < PackageFormat::LengthFieldSize) {
             judgement = Incomplete;
             return;
         }
         const qint64 declared = declaredLength(psink->getRfrnData(), 0);
         // Such a length never comes from the encoder and would stall the loop.
-        if (declared < kLengthFieldSize) {
+        if (declared < PackageFormat::LengthFieldSize) {
             judgement = Invalid;
             return;
         }

@@ -2,15 +2,13 @@
 
 #include "command/commandbuilder.h"
 #include "command/commcommand.h"
-#include "common/logger.h"
+#include "common/logging_p.h"
 
 #include <QIODevice>
 #include <QList>
 #include <QMetaType>
 #include <QMutexLocker>
 #include <QSemaphore>
-
-#include <log4cpp/Category.hh>
 
 #include <new>
 
@@ -200,16 +198,14 @@ bool CommunProducerConsumerManager::RequestCommunCommand(CommCommand* pcommand, 
                                                          quint64 protocolType, quint64 packageKind)
 {
     if (!pcommand) {
-        Logger::GetFileLogHandle().error(QString("Request command into parameter pointer is null.").toStdString());
+        LibraryLog::Error(QStringLiteral("Request command into parameter pointer is null."));
         return false;
     }
     QMutexLocker locker(&m_producerMutex);
     const QString traceFlag = pcommand->getTraceFlag();
     if (!m_producer.Produce(pcommand, psocket, protocolType, packageKind)) {
-        Logger::GetFileLogHandle().warn(
-            QString("Producer consumer comm queue was full,request command%1 append failed.")
-                .arg(traceFlag)
-                .toStdString());
+        LibraryLog::Warn(QStringLiteral("Producer consumer comm queue was full,request command%1 append failed.")
+                             .arg(traceFlag));
         return false;
     }
     return true;

@@ -1,7 +1,7 @@
 #include "database/databasefunctionoperation.h"
 
 #include "common/commontools.h"
-#include "common/logger.h"
+#include "common/logging_p.h"
 #include "database/databaseschema.h"
 #include "model/triggerattribute.h"
 
@@ -9,8 +9,6 @@
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QVariant>
-
-#include <log4cpp/Category.hh>
 
 #include <new>
 
@@ -20,11 +18,6 @@ using DatabaseSchema::JournalTable;
 using DatabaseSchema::SchemeTable;
 using DatabaseSchema::TaskTable;
 using DatabaseSchema::TriggerTable;
-
-void logError(const QString& text)
-{
-    Logger::GetFileLogHandle().error(text.toStdString());
-}
 } // namespace
 
 QSqlDatabase* DatabaseFunctionOperation::m_pdb = nullptr;
@@ -40,13 +33,13 @@ DatabaseFunctionOperation::~DatabaseFunctionOperation() = default;
 bool DatabaseFunctionOperation::Init(const QString& dbfile)
 {
     if (dbfile.isEmpty()) {
-        logError(QStringLiteral("Into parameter dbfile is empty."));
+        LibraryLog::Error(QStringLiteral("Into parameter dbfile is empty."));
         return false;
     }
 
     const bool existed = CommonTools::IsFileExist(dbfile);
     if (!existed && !CommonTools::MakeFileDir(dbfile)) {
-        logError(QStringLiteral("Create dbfile dir failed."));
+        LibraryLog::Error(QStringLiteral("Create dbfile dir failed."));
         return false;
     }
 
@@ -64,8 +57,8 @@ bool DatabaseFunctionOperation::Init(const QString& dbfile)
 
     // After a failed open m_pdb stays set to a connection that is not open.
     if (!m_pdb->open()) {
-        logError(QStringLiteral("Open dbfile failed."));
-        logError(m_pdb->lastError().text());
+        LibraryLog::Error(QStringLiteral("Open dbfile failed."));
+        LibraryLog::Error(m_pdb->lastError().text());
         return false;
     }
 
@@ -73,7 +66,7 @@ bool DatabaseFunctionOperation::Init(const QString& dbfile)
     if (existed)
         return true;
     if (!CreateAllTables()) {
-        logError(QStringLiteral("Create dbfile all tables failed."));
+        LibraryLog::Error(QStringLiteral("Create dbfile all tables failed."));
         return false;
     }
     return true;
