@@ -83,6 +83,11 @@ bool CommunServer::StartLocal(QString name)
     return m_localServer.listen(name);
 }
 
+bool CommunServer::StartTcp(quint16 port)
+{
+    return StartTcp(port, QHostAddress::Any);
+}
+
 bool CommunServer::StartTcp(quint16 port, const QHostAddress& address)
 {
     connect(&m_tcpServer, &QTcpServer::newConnection, this, &CommunServer::onnewConnection,

@@ -31,8 +31,10 @@ public:
     bool Init(CommunAttribute::CommProtocolType type);
     bool Start(QString name, quint16 port);
     bool StartLocal(QString name);
-    // Listens on all interfaces unless told otherwise; port 0 picks a free port.
-    bool StartTcp(quint16 port, const QHostAddress& address = QHostAddress::Any);
+    // Listens on all interfaces; port 0 picks a free port.
+    bool StartTcp(quint16 port);
+    // Listens on the given address only.
+    bool StartTcp(quint16 port, const QHostAddress& address);
     bool IsLocalServerRun(QString name);
     void SetMaxPendingConnections(int number);
     // Stops serving new connections; the listener stays open and connected clients are still served.
