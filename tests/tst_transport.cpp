@@ -260,6 +260,17 @@ std::unique_ptr<QIODevice> rawPeer(const ServerOnThread& server)
     return socket->waitForConnected(5000) ? std::move(socket) : nullptr;
 }
 
+// Whether the server-side socket behind the guard has deleted itself, asked on the server's
+// thread (where it is deleted) until it has or 5 s have passed.
+bool deletedOn(const ServerOnThread& server, const QPointer<QIODevice>& watch)
+{
+    return QTest::qWaitFor([&] {
+        bool gone = false;
+        runOn(server.server(), [&] { gone = watch.isNull(); });
+        return gone;
+    }, 5000);
+}
+
 } // namespace
 
 class tst_Transport : public QObject
@@ -276,7 +287,9 @@ private slots:
     void fiftyClientsEachGetTheirOwnAnswers();
     void misbehavingPeers_data();
     void misbehavingPeers();
-    void answerToAVanishedPeerIsDropped();
+    void answers_data();
+    void answers();
+    void aServerThatGoesDropsItsPeers();
     void clientRecoversAfterServerRestart();
     void floodArrivesOnceAndInOrder();
 
@@ -434,39 +447,75 @@ void tst_Transport::misbehavingPeers()
     QCOMPARE(peer->bytesAvailable(), qint64(0));
 }
 
-void tst_Transport::answerToAVanishedPeerIsDropped()
+// An answer reaches a peer that is still there, given on any thread, even one without an
+// event loop; an answer to a peer whose socket has been deleted is dropped with one error
+// and touches nothing.
+void tst_Transport::answers_data()
 {
-    QIODevice* lastSocket = nullptr;
+    QTest::addColumn<bool>("onServerThread");
+    QTest::addColumn<bool>("peerGone");
+
+    QTest::newRow("the server's thread answers a peer that is there") << true << false;
+    QTest::newRow("a thread without an event loop answers a peer that is there") << false << false;
+    QTest::newRow("the server's thread answers a peer that has gone") << true << true;
+    QTest::newRow("a thread without an event loop answers a peer that has gone") << false << true;
+}
+
+void tst_Transport::answers()
+{
+    QFETCH(bool, onServerThread);
+    QFETCH(bool, peerGone);
+
+    QIODevice* socket = nullptr;
     QPointer<QIODevice> watch;
-    ServerOnThread server([&](CommunServer*, QIODevice* socket, const QByteArray&) {
-        lastSocket = socket;
-        watch = socket;
+    ServerOnThread server([&](CommunServer*, QIODevice* psocket, const QByteArray&) {
+        socket = psocket;
+        watch = psocket;
     });
     QVERIFY(server.start());
     std::unique_ptr<QIODevice> peer = rawPeer(server);
     QVERIFY(peer);
     peer->write(numberedPackage(1));
     QTRY_COMPARE_WITH_TIMEOUT(server.count(), 1, 5000);
-    peer->close();
+    if (peerGone) {
+        peer->close();
+        QVERIFY2(deletedOn(server, watch), "the server-side socket did not delete itself");
+    }
 
-    // Wait, on the server's thread, until the server-side socket has deleted itself.
-    QVERIFY(QTest::qWaitFor([&] {
-        bool gone = false;
-        runOn(server.server(), [&] { gone = watch.isNull(); });
-        return gone;
-    }, 5000));
     m_log.clear();
-    runOn(server.server(), [&] { server.server()->SendResult(lastSocket, numberedPackage(2)); });
-    QCOMPARE(m_log.lines(), QStringList{QStringLiteral("ERROR Server socket into parameter error in the SendResult.")});
+    const QByteArray answer = numberedPackage(2);
+    auto send = [&] { server.server()->SendResult(socket, answer); };
+    if (onServerThread) {
+        runOn(server.server(), send);
+    } else {
+        std::unique_ptr<QThread> caller(QThread::create(send));
+        caller->start();
+        caller->wait();
+    }
+    if (peerGone) {
+        QTRY_VERIFY_WITH_TIMEOUT(!m_log.lines().isEmpty(), 5000);
+        QCOMPARE(m_log.lines(), QStringList{QStringLiteral("ERROR Server socket into parameter error in the SendResult.")});
+    } else {
+        QTRY_COMPARE_WITH_TIMEOUT(peer->bytesAvailable(), qint64(answer.size()), 5000);
+        QCOMPARE(peer->readAll().toHex(), answer.toHex());
+        QCOMPARE(m_log.lines(), QStringList());
+    }
+}
 
-    // From another thread the answer is carried over to the server's thread first. That
-    // thread is held until the call is queued, which orders the queueing before the run.
-    m_log.clear();
-    QSemaphore held;
-    runOn(server.server(), [&held] { held.acquire(); }, false);
-    server.server()->SendResult(lastSocket, numberedPackage(3));
-    held.release();
-    QTRY_COMPARE_WITH_TIMEOUT(m_log.lines().size(), 1, 5000);
+// The accepted sockets go with the server, on the thread it was moved to: its peers see
+// the connection close.
+void tst_Transport::aServerThatGoesDropsItsPeers()
+{
+    auto server = std::make_unique<ServerOnThread>();
+    QVERIFY(server->start());
+    std::unique_ptr<QIODevice> peer = rawPeer(*server);
+    QVERIFY(peer);
+    const QByteArray package = numberedPackage(1);
+    peer->write(package);
+    QTRY_COMPARE_WITH_TIMEOUT(peer->bytesAvailable(), qint64(package.size()), 5000);
+    QSignalSpy closed(peer.get(), &QIODevice::readChannelFinished);
+    server.reset();
+    QTRY_VERIFY_WITH_TIMEOUT(closed.count() > 0, 5000);
 }
 
 void tst_Transport::clientRecoversAfterServerRestart()
