@@ -9,6 +9,7 @@
 #include <QPointer>
 #include <QRegularExpression>
 #include <QSemaphore>
+#include <QSet>
 #include <QSettings>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -289,6 +290,8 @@ private slots:
     void misbehavingPeers();
     void answers_data();
     void answers();
+    void aPeerWritingWhileTheServerIsBusyIsRead();
+    void aSocketAtAGoneSocketsAddressIsAnswered();
     void aServerThatGoesDropsItsPeers();
     void clientRecoversAfterServerRestart();
     void floodArrivesOnceAndInOrder();
@@ -500,6 +503,69 @@ void tst_Transport::answers()
         QCOMPARE(peer->readAll().toHex(), answer.toHex());
         QCOMPARE(m_log.lines(), QStringList());
     }
+}
+
+// The peer connects and writes while the server's thread is held: once free, the server
+// accepts the socket with the request already in it, and must read it without more to come.
+void tst_Transport::aPeerWritingWhileTheServerIsBusyIsRead()
+{
+    ServerOnThread server;
+    QVERIFY(server.start());
+    QSemaphore busy;
+    runOn(server.server(), [&busy] { busy.acquire(); }, false);
+    const QByteArray package = numberedPackage(1);
+    std::unique_ptr<QIODevice> peer = rawPeer(server);
+    const bool written = peer && peer->write(package) == package.size()
+                         && QTest::qWaitFor([&] { return peer->bytesToWrite() == 0; }, 5000);
+    busy.release();
+    QVERIFY2(written, "the peer could not connect and write");
+    QTRY_COMPARE_WITH_TIMEOUT(peer->bytesAvailable(), qint64(package.size()), 5000);
+}
+
+// A peer that asks and leaves at once is answered when its socket has disconnected but is
+// not yet deleted: the write fails and the answer stays queued under the socket's address.
+// A later socket at that address must get its answers all the same.
+void tst_Transport::aSocketAtAGoneSocketsAddressIsAnswered()
+{
+    QList<QIODevice*> sockets;   // one per request, in order
+    QPointer<QIODevice> leaver;
+    ServerOnThread server([&](CommunServer* pserver, QIODevice* socket, const QByteArray& bytes) {
+        sockets.append(socket);
+        if (numberOf(bytes) != 0)
+            return echo(pserver, socket, bytes);
+        leaver = socket;
+        auto answerLate = [pserver, socket] { pserver->SendResult(socket, numberedPackage(0)); };
+        if (auto* tcp = qobject_cast<QTcpSocket*>(socket))
+            QObject::connect(tcp, &QTcpSocket::disconnected, pserver, answerLate, Qt::QueuedConnection);
+        else if (auto* local = qobject_cast<QLocalSocket*>(socket))
+            QObject::connect(local, &QLocalSocket::disconnected, pserver, answerLate, Qt::QueuedConnection);
+    });
+    QVERIFY(server.start());
+
+    QSet<QIODevice*> gone;   // the leavers' sockets, each with an answer stuck under it
+    bool reused = false;
+    for (int round = 1; round <= 50 && !reused; ++round) {
+        std::unique_ptr<QIODevice> leaving = rawPeer(server);
+        QVERIFY(leaving);
+        leaving->write(numberedPackage(0));
+        QTRY_COMPARE_WITH_TIMEOUT(server.count(), 2 * round - 1, 5000);
+        m_log.clear();
+        leaving->close();
+        QTRY_VERIFY_WITH_TIMEOUT(m_log.lines().contains(QStringLiteral("ERROR Server send block data failed in the SendResult.")),
+                                 5000);
+        QVERIFY(deletedOn(server, leaver));
+        gone.insert(sockets.last());
+
+        std::unique_ptr<QIODevice> asking = rawPeer(server);
+        QVERIFY(asking);
+        const QByteArray package = numberedPackage(quint32(round));
+        asking->write(package);
+        QTRY_COMPARE_WITH_TIMEOUT(asking->bytesAvailable(), qint64(package.size()), 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(server.count(), 2 * round, 5000);
+        reused = gone.contains(sockets.last());
+    }
+    if (!reused)
+        QSKIP("no socket came at the address of a gone one");
 }
 
 // The accepted sockets go with the server, on the thread it was moved to: its peers see

@@ -262,8 +262,8 @@ void CommunServer::onnewConnection()
         return;
     }
     TrackSocket(psocket);
-    // A dead socket may have left a send list under the same address; a new
-    // connection has nothing in flight.
+    // A gone socket may have left a send list under the same address, its front never
+    // to be reported written; a new connection has nothing in flight.
     EraseSendSinkDataList(psocket);
     auto* psink = new (std::nothrow) SocketSinkData;
     if (!psink) {
@@ -276,10 +276,6 @@ void CommunServer::onnewConnection()
         logError("Server insert receive SinkData failed in the onnewConnection.");
         return;
     }
-    // Bytes that arrived before the readyRead connection existed would wait for the next
-    // arrival; announce them now.
-    if (psocket->bytesAvailable() > 0)
-        emit psocket->readyRead();
 }
 
 void CommunServer::onreadyRead()
