@@ -27,7 +27,8 @@ void logWarn(const QString& message)
 } // namespace
 
 // The listeners are members and children at once: as children they follow the server
-// to its thread, so the sockets they accept live where the slots run.
+// to another thread, and the sockets they accept with them, so that every socket lives
+// where the slots run; as their parents they take the accepted sockets along when they go.
 CommunServer::CommunServer(QObject* parent)
     : CommunObject(parent)
     , m_protocolType(CommunAttribute::NoneProtocol)
@@ -37,18 +38,7 @@ CommunServer::CommunServer(QObject* parent)
     m_localServer.setSocketOptions(QLocalServer::WorldAccessOption);
 }
 
-CommunServer::~CommunServer()
-{
-    // Delete the accepted sockets while the maps and the live set still exist; the
-    // listeners would otherwise delete them as children after those are gone.
-    const QSet<QIODevice*> live = m_liveSockets;
-    for (QIODevice* psocket : live)
-        delete psocket;
-    m_localServer.close();
-    m_tcpServer.close();
-    CleanRecvsocketmap();
-    CleanSendsocketmap();
-}
+CommunServer::~CommunServer() = default;
 
 bool CommunServer::Init(CommunAttribute::CommProtocolType type)
 {
@@ -81,6 +71,11 @@ bool CommunServer::StartLocal(QString name)
     connect(&m_localServer, &QLocalServer::newConnection, this, &CommunServer::onnewConnection,
             static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
     return m_localServer.listen(name);
+}
+
+bool CommunServer::StartTcp(quint16 port)
+{
+    return StartTcp(port, QHostAddress::Any);
 }
 
 bool CommunServer::StartTcp(quint16 port, const QHostAddress& address)
@@ -134,18 +129,24 @@ quint16 CommunServer::getTcpServerPort() const
 
 void CommunServer::SendResult(QIODevice* psocket, const QByteArray& package)
 {
-    if (QThread::currentThread() != thread()) {
-        // The socket may only be written on its own thread.
-        QMetaObject::invokeMethod(this, [this, psocket, package] { SendResult(psocket, package); },
-                                  Qt::QueuedConnection);
-        return;
-    }
-    if (!psocket || !IsLiveSocket(psocket)) {
+    if (!psocket) {
         logError("Server socket into parameter error in the SendResult.");
         return;
     }
     if (package.isEmpty()) {
         logError("Server into parameter bytes is empty in the SendResult.");
+        return;
+    }
+    if (QThread::currentThread() != thread()) {
+        // A socket may only be written on its own thread: written from elsewhere, it
+        // would wait for the caller's event loop to flush the answer, maybe forever.
+        QMetaObject::invokeMethod(this, [this, psocket, package] { SendResult(psocket, package); },
+                                  Qt::QueuedConnection);
+        return;
+    }
+    // The host may answer after the socket has gone: its pointer must not be followed.
+    if (!IsLiveSocket(psocket)) {
+        logError("Server socket into parameter error in the SendResult.");
         return;
     }
     QMutexLocker locker(&m_sendMutex);
@@ -234,6 +235,8 @@ void CommunServer::onnewConnection()
     if (m_protocolType == CommunAttribute::LocalProtocol) {
         QLocalSocket* plocal = m_localServer.nextPendingConnection();
         if (plocal) {
+            // Every package is emitted with the rest of its read behind it: a bounded
+            // read keeps a flood from costing memory with the square of its size.
             plocal->setReadBufferSize(kSocketReadBufferSize);
             connect(plocal, &QLocalSocket::readyRead, this, &CommunServer::onreadyRead, Qt::QueuedConnection);
             connect(plocal, &QLocalSocket::bytesWritten, this, &CommunServer::onbytesWritten,
@@ -246,7 +249,7 @@ void CommunServer::onnewConnection()
     } else if (m_protocolType == CommunAttribute::TcpProtocol) {
         QTcpSocket* ptcp = m_tcpServer.nextPendingConnection();
         if (ptcp) {
-            ptcp->setReadBufferSize(kSocketReadBufferSize);
+            ptcp->setReadBufferSize(kSocketReadBufferSize);   // as for a local socket
             connect(ptcp, &QTcpSocket::readyRead, this, &CommunServer::onreadyRead, Qt::QueuedConnection);
             connect(ptcp, &QTcpSocket::bytesWritten, this, &CommunServer::onbytesWritten, Qt::QueuedConnection);
             connect(ptcp, &QTcpSocket::disconnected, ptcp, &QObject::deleteLater, Qt::QueuedConnection);
@@ -259,8 +262,8 @@ void CommunServer::onnewConnection()
         return;
     }
     TrackSocket(psocket);
-    // A dead socket may have left a send list under the same address; a new
-    // connection has nothing in flight.
+    // A gone socket may have left a send list under the same address, its front never
+    // to be reported written; a new connection has nothing in flight.
     EraseSendSinkDataList(psocket);
     auto* psink = new (std::nothrow) SocketSinkData;
     if (!psink) {
@@ -273,20 +276,15 @@ void CommunServer::onnewConnection()
         logError("Server insert receive SinkData failed in the onnewConnection.");
         return;
     }
-    // Bytes that arrived before the readyRead connection existed would wait for the next
-    // arrival; announce them now.
-    if (psocket->bytesAvailable() > 0)
-        emit psocket->readyRead();
 }
 
 void CommunServer::onreadyRead()
 {
-    QObject* psender = sender();
-    if (!psender || !IsLiveSocket(psender)) {
+    auto* psocket = static_cast<QIODevice*>(sender());
+    if (!psocket) {
         logError("Server get sender socket pointer is NULL in the onreadyRead.");
         return;
     }
-    auto* psocket = static_cast<QIODevice*>(psender);
     QMutexLocker locker(&m_recvMutex);
     SocketSinkData* psink = m_recvSinkMap.value(psocket, nullptr);
     if (!psink) {
@@ -299,8 +297,7 @@ void CommunServer::onreadyRead()
 
 void CommunServer::onbytesWritten(qint64 bytes)
 {
-    QObject* psender = sender();
-    auto* psocket = psender && IsLiveSocket(psender) ? static_cast<QIODevice*>(psender) : nullptr;
+    auto* psocket = static_cast<QIODevice*>(sender());
     if (!psocket || !IsSocketValid(psocket, m_protocolType)
         || SocketState(psocket, m_protocolType) != QAbstractSocket::ConnectedState) {
         logError("Server sender socket error in the onbytesWritten.");
@@ -327,42 +324,33 @@ void CommunServer::onbytesWritten(qint64 bytes)
 void CommunServer::onLocalError(QLocalSocket::LocalSocketError socketError)
 {
     Q_UNUSED(socketError);
-    QObject* psender = sender();
-    if (!psender) {
+    auto* psocket = static_cast<QIODevice*>(sender());
+    if (!psocket) {
         logError("Server sender socket pointer is NULL in the onLocalError.");
         return;
     }
-    auto* psocket = static_cast<QIODevice*>(psender);
-    if (IsLiveSocket(psender))
-        logWarn(QString("Server local socket comm occurred error : %1").arg(psocket->errorString()));
+    logWarn(QString("Server local socket comm occurred error : %1").arg(psocket->errorString()));
     EraseRecvSinkData(psocket);
     EraseSendSinkDataList(psocket);
-    if (IsLiveSocket(psender))
-        svrdisconnected(psocket);
+    svrdisconnected(psocket);
 }
 
 void CommunServer::onTcpError(QAbstractSocket::SocketError socketError)
 {
     Q_UNUSED(socketError);
-    QObject* psender = sender();
-    if (!psender) {
+    auto* psocket = static_cast<QIODevice*>(sender());
+    if (!psocket) {
         logError("Server sender socket pointer is NULL in the onTcpError.");
         return;
     }
-    auto* psocket = static_cast<QIODevice*>(psender);
-    if (IsLiveSocket(psender))
-        logWarn(QString("Server tcp socket comm occurred error : %1").arg(psocket->errorString()));
+    logWarn(QString("Server tcp socket comm occurred error : %1").arg(psocket->errorString()));
     EraseRecvSinkData(psocket);
     EraseSendSinkDataList(psocket);
-    if (IsLiveSocket(psender))
-        svrdisconnected(psocket);
+    svrdisconnected(psocket);
 }
 
 void CommunServer::onreadyReadBytes(QIODevice* psocket, QByteArray bytes)
 {
-    // The host keys its answers by this pointer: never hand out one whose socket is gone.
-    if (!IsLiveSocket(psocket))
-        return;
     emit incomingBlockData(m_protocolType, psocket, bytes);
 }
 
@@ -380,14 +368,19 @@ void CommunServer::svrdisconnected(QIODevice* psocket)
     }
 }
 
-bool CommunServer::IsLiveSocket(QObject* psocket) const
+bool CommunServer::IsLiveSocket(QIODevice* psocket) const
 {
-    return m_liveSockets.contains(static_cast<QIODevice*>(psocket));
+    const auto it = m_liveSockets.constFind(psocket);
+    return it != m_liveSockets.constEnd() && !it.value().isNull();
 }
 
 void CommunServer::TrackSocket(QIODevice* psocket)
 {
-    m_liveSockets.insert(psocket);
-    connect(psocket, &QObject::destroyed, this, [this, psocket] { m_liveSockets.remove(psocket); },
-            Qt::DirectConnection);
+    for (auto it = m_liveSockets.begin(); it != m_liveSockets.end();) {
+        if (it.value().isNull())
+            it = m_liveSockets.erase(it);
+        else
+            ++it;
+    }
+    m_liveSockets.insert(psocket, QPointer<QIODevice>(psocket));
 }

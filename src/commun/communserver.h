@@ -11,7 +11,7 @@
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QMutex>
-#include <QSet>
+#include <QPointer>
 #include <QTcpServer>
 
 class SocketSinkData;
@@ -19,20 +19,24 @@ class SocketSinkData;
 // The listening end: one named local server or one TCP server. Emits every complete
 // package as incomingBlockData and answers through SendResult on the same socket.
 // Lives on one thread; the listeners and the accepted sockets live there too. The maps
-// own their sinks and send lists; the receive and send locks are never held together.
+// own their sinks and send lists (UnInit deletes them); the receive and send locks are
+// never held together.
 class BACKUPFRAME_EXPORT CommunServer : public CommunObject
 {
     Q_OBJECT
 
 public:
     explicit CommunServer(QObject* parent = nullptr);
+    // Leaves the sinks to UnInit; the listeners take the accepted sockets along.
     ~CommunServer() override;
 
     bool Init(CommunAttribute::CommProtocolType type);
     bool Start(QString name, quint16 port);
     bool StartLocal(QString name);
-    // Listens on all interfaces unless told otherwise; port 0 picks a free port.
-    bool StartTcp(quint16 port, const QHostAddress& address = QHostAddress::Any);
+    // Listens on all interfaces; port 0 picks a free port.
+    bool StartTcp(quint16 port);
+    // Listens on the given address only.
+    bool StartTcp(quint16 port, const QHostAddress& address);
     bool IsLocalServerRun(QString name);
     void SetMaxPendingConnections(int number);
     // Stops serving new connections; the listener stays open and connected clients are still served.
@@ -41,8 +45,8 @@ public:
     // The port the TCP server listens on, 0 when it does not listen.
     quint16 getTcpServerPort() const;
 
-    // Queues the package on the socket's send list. Call it on the server's thread;
-    // a call from elsewhere is carried over to that thread first.
+    // Queues the package on the socket's send list. A socket that is gone is refused, and
+    // a call from another thread is carried over to the server's thread first.
     void SendResult(QIODevice* psocket, const QByteArray& package);
 
     bool InsertRecvSinkData(QIODevice* psocket, SocketSinkData* psink);
@@ -65,9 +69,8 @@ private slots:
 
 private:
     void svrdisconnected(QIODevice* psocket);
-    // Socket pointers stay in the maps after their objects are gone; only a pointer
-    // found here may be dereferenced. Touched on the server's thread only.
-    bool IsLiveSocket(QObject* psocket) const;
+    // Whether the pointer names an accepted socket that still exists; never dereferences it.
+    bool IsLiveSocket(QIODevice* psocket) const;
     void TrackSocket(QIODevice* psocket);
 
     quint64 m_protocolType;
@@ -77,7 +80,9 @@ private:
     QMutex m_recvMutex;
     QHash<QIODevice*, QList<SocketSinkData*>*> m_sendSinkMap;
     QMutex m_sendMutex;
-    QSet<QIODevice*> m_liveSockets;
+    // Socket pointers outlive their objects in the maps and in the hosts' hands; these
+    // guards tell which are still alive. Touched on the server's thread only.
+    QHash<QIODevice*, QPointer<QIODevice>> m_liveSockets;
 };
 
 #endif
