@@ -1,6 +1,6 @@
 #include "commun/communserver.h"
 
-#include "common/logger.h"
+#include "common/logging_p.h"
 #include "commun/socketsinkdata.h"
 
 #include <QMetaType>
@@ -8,22 +8,10 @@
 #include <QThread>
 #include <QTcpSocket>
 
-#include <log4cpp/Category.hh>
-
 #include <new>
 
 namespace {
 const int kProbeTimeoutMs = 3000;
-
-void logError(const QString& message)
-{
-    Logger::GetFileLogHandle().error(message.toStdString());
-}
-
-void logWarn(const QString& message)
-{
-    Logger::GetFileLogHandle().warn(message.toStdString());
-}
 } // namespace
 
 // The listeners are members and children at once: as children they follow the server
@@ -130,11 +118,11 @@ quint16 CommunServer::getTcpServerPort() const
 void CommunServer::SendResult(QIODevice* psocket, const QByteArray& package)
 {
     if (!psocket) {
-        logError("Server socket into parameter error in the SendResult.");
+        LibraryLog::Error("Server socket into parameter error in the SendResult.");
         return;
     }
     if (package.isEmpty()) {
-        logError("Server into parameter bytes is empty in the SendResult.");
+        LibraryLog::Error("Server into parameter bytes is empty in the SendResult.");
         return;
     }
     if (QThread::currentThread() != thread()) {
@@ -146,7 +134,7 @@ void CommunServer::SendResult(QIODevice* psocket, const QByteArray& package)
     }
     // The host may answer after the socket has gone: its pointer must not be followed.
     if (!IsLiveSocket(psocket)) {
-        logError("Server socket into parameter error in the SendResult.");
+        LibraryLog::Error("Server socket into parameter error in the SendResult.");
         return;
     }
     QMutexLocker locker(&m_sendMutex);
@@ -155,11 +143,11 @@ void CommunServer::SendResult(QIODevice* psocket, const QByteArray& package)
         it = m_sendSinkMap.insert(psocket, new QList<SocketSinkData*>);
     QList<SocketSinkData*>* plist = it.value();
     if (!plist) {
-        logError("Server send list pointer is null in the SendResult.");
+        LibraryLog::Error("Server send list pointer is null in the SendResult.");
         return;
     }
     if (!SendBlockData(psocket, m_protocolType, *plist, package))
-        logError("Server send block data failed in the SendResult.");
+        LibraryLog::Error("Server send block data failed in the SendResult.");
 }
 
 bool CommunServer::InsertRecvSinkData(QIODevice* psocket, SocketSinkData* psink)
@@ -242,8 +230,8 @@ void CommunServer::onnewConnection()
             connect(plocal, &QLocalSocket::bytesWritten, this, &CommunServer::onbytesWritten,
                     Qt::QueuedConnection);
             connect(plocal, &QLocalSocket::disconnected, plocal, &QObject::deleteLater, Qt::QueuedConnection);
-            connect(plocal, &QLocalSocket::errorOccurred, this, &CommunServer::onLocalError,
-                    Qt::QueuedConnection);
+            connect(plocal, SIGNAL(error(QLocalSocket::LocalSocketError)), this,
+                    SLOT(onLocalError(QLocalSocket::LocalSocketError)), Qt::QueuedConnection);
         }
         psocket = plocal;
     } else if (m_protocolType == CommunAttribute::TcpProtocol) {
@@ -253,12 +241,13 @@ void CommunServer::onnewConnection()
             connect(ptcp, &QTcpSocket::readyRead, this, &CommunServer::onreadyRead, Qt::QueuedConnection);
             connect(ptcp, &QTcpSocket::bytesWritten, this, &CommunServer::onbytesWritten, Qt::QueuedConnection);
             connect(ptcp, &QTcpSocket::disconnected, ptcp, &QObject::deleteLater, Qt::QueuedConnection);
-            connect(ptcp, &QTcpSocket::errorOccurred, this, &CommunServer::onTcpError, Qt::QueuedConnection);
+            connect(ptcp, SIGNAL(error(QAbstractSocket::SocketError)), this,
+                    SLOT(onTcpError(QAbstractSocket::SocketError)), Qt::QueuedConnection);
         }
         psocket = ptcp;
     }
     if (!psocket) {
-        logError("Server socket pointer is NULL in the onnewConnection.");
+        LibraryLog::Error("Server socket pointer is NULL in the onnewConnection.");
         return;
     }
     TrackSocket(psocket);
@@ -267,13 +256,13 @@ void CommunServer::onnewConnection()
     EraseSendSinkDataList(psocket);
     auto* psink = new (std::nothrow) SocketSinkData;
     if (!psink) {
-        logError("Server new receive CommunSinkData failed in the onnewConnection.");
+        LibraryLog::Error("Server new receive CommunSinkData failed in the onnewConnection.");
         return;
     }
     if (!InsertRecvSinkData(psocket, psink)) {
         delete psink;
         svrdisconnected(psocket);
-        logError("Server insert receive SinkData failed in the onnewConnection.");
+        LibraryLog::Error("Server insert receive SinkData failed in the onnewConnection.");
         return;
     }
 }
@@ -282,17 +271,17 @@ void CommunServer::onreadyRead()
 {
     auto* psocket = static_cast<QIODevice*>(sender());
     if (!psocket) {
-        logError("Server get sender socket pointer is NULL in the onreadyRead.");
+        LibraryLog::Error("Server get sender socket pointer is NULL in the onreadyRead.");
         return;
     }
     QMutexLocker locker(&m_recvMutex);
     SocketSinkData* psink = m_recvSinkMap.value(psocket, nullptr);
     if (!psink) {
-        logError("Server find sink data return NULL in the onreadyRead.");
+        LibraryLog::Error("Server find sink data return NULL in the onreadyRead.");
         return;
     }
     if (!ReadBlockBytes(psocket, m_protocolType, psink))
-        logError("Server read block bytes failed in the onreadyRead.");
+        LibraryLog::Error("Server read block bytes failed in the onreadyRead.");
 }
 
 void CommunServer::onbytesWritten(qint64 bytes)
@@ -300,17 +289,17 @@ void CommunServer::onbytesWritten(qint64 bytes)
     auto* psocket = static_cast<QIODevice*>(sender());
     if (!psocket || !IsSocketValid(psocket, m_protocolType)
         || SocketState(psocket, m_protocolType) != QAbstractSocket::ConnectedState) {
-        logError("Server sender socket error in the onbytesWritten.");
+        LibraryLog::Error("Server sender socket error in the onbytesWritten.");
         return;
     }
     QMutexLocker locker(&m_sendMutex);
     if (m_sendSinkMap.isEmpty()) {
-        logError("Server send socket map is empty in the onbytesWritten.");
+        LibraryLog::Error("Server send socket map is empty in the onbytesWritten.");
         return;
     }
     auto it = m_sendSinkMap.find(psocket);
     if (it == m_sendSinkMap.end()) {
-        logError("Server find send map socket pointer is NULL in the onbytesWritten.");
+        LibraryLog::Error("Server find send map socket pointer is NULL in the onbytesWritten.");
         return;
     }
     if (!it.value()) {
@@ -318,7 +307,7 @@ void CommunServer::onbytesWritten(qint64 bytes)
         return;
     }
     if (!WrittenBlockBytes(psocket, m_protocolType, *it.value(), bytes))
-        logError("Server written block bytes failed in the onbytesWritten.");
+        LibraryLog::Error("Server written block bytes failed in the onbytesWritten.");
 }
 
 void CommunServer::onLocalError(QLocalSocket::LocalSocketError socketError)
@@ -326,10 +315,10 @@ void CommunServer::onLocalError(QLocalSocket::LocalSocketError socketError)
     Q_UNUSED(socketError);
     auto* psocket = static_cast<QIODevice*>(sender());
     if (!psocket) {
-        logError("Server sender socket pointer is NULL in the onLocalError.");
+        LibraryLog::Error("Server sender socket pointer is NULL in the onLocalError.");
         return;
     }
-    logWarn(QString("Server local socket comm occurred error : %1").arg(psocket->errorString()));
+    LibraryLog::Warn(QString("Server local socket comm occurred error : %1").arg(psocket->errorString()));
     EraseRecvSinkData(psocket);
     EraseSendSinkDataList(psocket);
     svrdisconnected(psocket);
@@ -340,10 +329,10 @@ void CommunServer::onTcpError(QAbstractSocket::SocketError socketError)
     Q_UNUSED(socketError);
     auto* psocket = static_cast<QIODevice*>(sender());
     if (!psocket) {
-        logError("Server sender socket pointer is NULL in the onTcpError.");
+        LibraryLog::Error("Server sender socket pointer is NULL in the onTcpError.");
         return;
     }
-    logWarn(QString("Server tcp socket comm occurred error : %1").arg(psocket->errorString()));
+    LibraryLog::Warn(QString("Server tcp socket comm occurred error : %1").arg(psocket->errorString()));
     EraseRecvSinkData(psocket);
     EraseSendSinkDataList(psocket);
     svrdisconnected(psocket);
