@@ -183,8 +183,8 @@ int main(int argc, char* argv[])
         return runPeer(args.at(2), args.at(3), args.at(4).toUInt());
 
     const quint32 count = args.size() > 1 ? args.at(1).toUInt() : 100000;
-    std::printf("package size %d bytes, %u packages, socket read buffer %lld bytes\n", package(0).size(), count,
-                static_cast<long long>(CommunObject::kSocketReadBufferSize));
+    std::printf("package size %d bytes, %u packages, emit buffer limit %lld bytes\n", package(0).size(), count,
+                static_cast<long long>(CommunObject::EmitBufferLimit()));
     int failures = 0;
     for (quint64 protocol : {quint64(CommunAttribute::LocalProtocol), quint64(CommunAttribute::TcpProtocol)}) {
         Outcome outcome;

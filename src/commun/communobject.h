@@ -26,10 +26,8 @@ public:
         Invalid = 4
     };
 
-    // A socket read buffer size that endpoints once gave their sockets to keep reads short.
-    // Reads are no longer bounded: the emit buffer limit below keeps a long read linear.
-    static const qint64 kSocketReadBufferSize = 16 * 1024;
-    // The default of SetEmitBufferLimit.
+    // The default of SetEmitBufferLimit. Socket reads are not bounded: this limit keeps the
+    // handing out of a long read linear.
     static const qint64 kDefaultEmitBufferLimit = 16 * 1024;
 
     // Process-wide, read by every endpoint; a host sets it before its endpoints start.

@@ -223,9 +223,6 @@ void CommunServer::onnewConnection()
     if (m_protocolType == CommunAttribute::LocalProtocol) {
         QLocalSocket* plocal = m_localServer.nextPendingConnection();
         if (plocal) {
-            // Every package is emitted with the rest of its read behind it: a bounded
-            // read keeps a flood from costing memory with the square of its size.
-            plocal->setReadBufferSize(kSocketReadBufferSize);
             connect(plocal, &QLocalSocket::readyRead, this, &CommunServer::onreadyRead, Qt::QueuedConnection);
             connect(plocal, &QLocalSocket::bytesWritten, this, &CommunServer::onbytesWritten,
                     Qt::QueuedConnection);
@@ -237,7 +234,6 @@ void CommunServer::onnewConnection()
     } else if (m_protocolType == CommunAttribute::TcpProtocol) {
         QTcpSocket* ptcp = m_tcpServer.nextPendingConnection();
         if (ptcp) {
-            ptcp->setReadBufferSize(kSocketReadBufferSize);   // as for a local socket
             connect(ptcp, &QTcpSocket::readyRead, this, &CommunServer::onreadyRead, Qt::QueuedConnection);
             connect(ptcp, &QTcpSocket::bytesWritten, this, &CommunServer::onbytesWritten, Qt::QueuedConnection);
             connect(ptcp, &QTcpSocket::disconnected, ptcp, &QObject::deleteLater, Qt::QueuedConnection);
