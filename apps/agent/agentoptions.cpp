@@ -42,7 +42,7 @@ const char* const kDescription =
     "  edit PLAN                       change a plan: --name, --operation, --parameter, trigger options\n"
     "  delete PLAN                     delete a plan (its journals stay)\n"
     "  run PLAN [--wait]               run a plan now; --wait until the run has ended\n"
-    "  cancel PLAN                     cancel a running plan\n"
+    "  cancel PLAN                     cancel a running or queued run\n"
     "  journals [PLAN]                 list the journals, all or of one plan\n"
     "  journal-delete JOURNAL...|--all delete journals\n"
     "  email show                      show the e-mail notification settings\n"
