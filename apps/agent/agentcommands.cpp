@@ -152,7 +152,8 @@ int AgentCommands::ResolvePlan(const QString& key, SchedulerPlan& plan)
 int AgentCommands::Ambiguous(const QString& key, const QString& what, const QList<Candidate>& matches)
 {
     constexpr int kShown = 5;
-    QString message = QStringLiteral("'%1' names %2 %3; give more of the uuid:").arg(key).arg(matches.size()).arg(what);
+    QString message = QStringLiteral("'%1' names %2 %3; give more of the uuid:")
+                          .arg(key, QString::number(matches.size()), what);
     for (int i = 0; i < matches.size() && i < kShown; ++i)
         message += QStringLiteral("\n  %1  %2").arg(matches[i].uuid, AgentOutput::Cell(matches[i].name));
     if (matches.size() > kShown)
