@@ -99,6 +99,8 @@ private slots:
     void jsonForEveryCommand();
     void errorsChangeNothing_data();
     void errorsChangeNothing();
+    void textOutput_data();
+    void textOutput();
     void stoppedServiceGivesOneLine();
     void silentServiceTimesOut();
     void twoAgentsAtOnce();
@@ -124,7 +126,7 @@ private:
     QJsonDocument AgentJson(const QStringList& arguments);
     QString NewPlan(const QStringList& arguments);
     QString NewPlanRaw(const QString& name, const QString& operation, const TriggerAttribute& trigger);
-    QJsonObject PlanJson(const QString& uuid);
+    QJsonObject PlanJson(const QString& key);
     QStringList Row(const QString& sql, const QString& bind = QString());
     int Count(const QString& table);
 
@@ -248,10 +250,11 @@ QString tst_Apps::NewPlanRaw(const QString& name, const QString& operation, cons
     return result && result->getUintResult() == 0 ? result->getPlanUuid() : QString();
 }
 
-QJsonObject tst_Apps::PlanJson(const QString& uuid)
+// The plan of the given uuid or name.
+QJsonObject tst_Apps::PlanJson(const QString& key)
 {
     for (const QJsonValue& plan : AgentJson({"plans"}).array()) {
-        if (plan.toObject().value("uuid").toString() == uuid)
+        if (values(plan, {"uuid", "name"}).contains(key))
             return plan.toObject();
     }
     return QJsonObject();
@@ -302,21 +305,21 @@ void tst_Apps::statusOfAnEmptyService()
 void tst_Apps::newEditDeleteReachTheDatabase()
 {
     const QString uuid = NewPlan({"weekly", "noop", "--type", "3", "--start", "2031-02-03 04:05:06", "--end",
-                                  "2032-01-01 00:00:00", "--interval", "2", "--duration", "1", "--week-days", "5, 1,3",
-                                  "--months", "1,6", "--month-days", "15,1", "--last-day"});
+                                  "2032-01-01 00:00:00", "--interval", "2", "--duration", "1", "--week-days", "5, 1,3,5",
+                                  "--months", "6,1,6", "--month-days", "15,1", "--last-day"});
     const QString triggerSql = QStringLiteral(
         "SELECT trigger_type,start_time,end_time,interval,duration,week_days,which_months,month_days,"
         "day_last_flag,trigger_end_flag FROM tb_triggers WHERE trigger_name=?");
     QCOMPARE(Row(QStringLiteral("SELECT plan_name FROM tb_schemes WHERE plan_uuid=?"), uuid), QStringList{"weekly"});
     QCOMPARE(Row(triggerSql, "trigger_" + uuid),
-             (QStringList{"3", "2031-02-03 04:05:06", "2032-01-01 00:00:00", "7200", "3600", "5,1,3", "1,6", "15,1",
+             (QStringList{"3", "2031-02-03 04:05:06", "2032-01-01 00:00:00", "7200", "3600", "1,3,5", "1,6", "1,15",
                           "1", "1"}));
 
     // By a uuid prefix without the brace; only the given fields change.
     QCOMPARE(Agent({"edit", uuid.mid(1, 6), "--name", "monthly", "--interval", "5", "--no-end", "--parameter", "x y"})
                  .code, 0);
     QCOMPARE(Row(triggerSql, "trigger_" + uuid),
-             (QStringList{"3", "2031-02-03 04:05:06", "", "18000", "3600", "5,1,3", "1,6", "15,1", "1", "0"}));
+             (QStringList{"3", "2031-02-03 04:05:06", "", "18000", "3600", "1,3,5", "1,6", "1,15", "1", "0"}));
     QCOMPARE(Row(QStringLiteral("SELECT s.plan_name,t.operation_register_name,t.operation_parameter FROM tb_schemes s "
                                 "JOIN tb_tasks t ON s.task_name=t.task_name WHERE s.plan_uuid=?"), uuid),
              (QStringList{"monthly", "noop", "x y"}));
@@ -337,9 +340,18 @@ void tst_Apps::runCancelAndJournals()
     NewPlan({"broken", "fail", "disk is full"});
     NewPlan({"slow", "sleep", "60000"});
 
-    QVERIFY(Agent({"run", "--wait", "quick"}).out.endsWith("quick  Succeeded\n"));
-    QVERIFY(Agent({"run", "--wait", "broken"}).out.endsWith("broken  Failed: disk is full\n"));
-    QCOMPARE(AgentJson({"run", "slow"}).object().value("isRunning").toBool(), true);
+    // run --wait exits 0 only for a success: 4 for a failure, 5 for a cancelled run.
+    const AgentRun succeeded = Agent({"run", "--wait", "quick"});
+    QCOMPARE(succeeded.code, 0);
+    QVERIFY(succeeded.out.endsWith("quick  Succeeded\n"));
+    const AgentRun failed = Agent({"run", "--wait", "broken"});
+    QCOMPARE(failed.code, 4);
+    QVERIFY(failed.out.endsWith("broken  Failed: disk is full\n"));
+    QProcess waiter;
+    QElapsedTimer clock;
+    clock.start();
+    StartAgent(waiter, {"run", "--wait", "slow"});
+    QTRY_VERIFY_WITH_TIMEOUT(PlanJson("slow").value("isRunning").toBool(), 10000);
 
     const AgentRun again = Agent({"run", "slow"});
     QCOMPARE(again.code, 2);
@@ -347,6 +359,9 @@ void tst_Apps::runCancelAndJournals()
     QCOMPARE(AgentJson({"status"}).object().value("running").toInt(), 1);
 
     QVERIFY(Agent({"cancel", "slow"}).out.endsWith("slow  Cancelled\n"));
+    const AgentRun cancelled = Finish(waiter, clock);
+    QCOMPARE(cancelled.code, 5);
+    QVERIFY(cancelled.out.endsWith("slow  Cancelled\n"));
 
     const QJsonArray journals = AgentJson({"journals"}).array();
     QStringList results;
@@ -355,7 +370,10 @@ void tst_Apps::runCancelAndJournals()
     QCOMPARE(results, (QStringList{"quick=Succeeded", "broken=Failed", "slow=Cancelled"}));
     const QJsonArray ofBroken = AgentJson({"journals", "broken"}).array();
     QCOMPARE(ofBroken.size(), 1);
-    QCOMPARE(ofBroken[0].toObject().value("errorReason").toString(), QStringLiteral("disk is full"));
+    // A journal spells its result and error as a plan does.
+    QCOMPARE(values(ofBroken[0], {"resultCode", "errorMessage"}), (QStringList{"1", "disk is full"}));
+    QCOMPARE(values(PlanJson("broken"), {"resultCode", "errorMessage"}),
+             (QStringList{"1", "disk is full"}));
     QCOMPARE(Count("tb_Journals"), 3);
 
     const AgentRun table = Agent({"journals"});
@@ -408,6 +426,7 @@ void tst_Apps::jsonForEveryCommand_data()
     QTest::newRow("delete") << QStringList{"delete", "busy"} << "deleted";
     QTest::newRow("journal-delete") << QStringList{"journal-delete", "--all"} << "deleted";
     QTest::newRow("email set") << QStringList{"email", "set", "--sender", "me@example.org"} << "sender";
+    QTest::newRow("show") << QStringList{"show", "busy"} << "bytesProcessed";
 }
 
 void tst_Apps::jsonForEveryCommand()
@@ -441,11 +460,18 @@ void tst_Apps::errorsChangeNothing_data()
         << "--end is before --start";
     QTest::newRow("a flag that is neither 0 nor 1")
         << QStringList{"email", "set", "--enable", "2"} << 1 << "--enable wants 0 or 1";
+    QTest::newRow("journal-delete without anything to delete")
+        << QStringList{"journal-delete"} << 1 << "give journal uuids or --all";
+    QTest::newRow("an end before the stored start")
+        << QStringList{"edit", "solo", "--end", "2031-01-01 00:00:00"} << 1
+        << "--end 2031-01-01 00:00:00 is before the plan's start 2031-01-02 00:00:00";
+    QTest::newRow("help for an unknown command") << QStringList{"help", "frobnicate"} << 1 << "no help for 'frobnicate'";
     QTest::newRow("journal uuids and --all together")
         << QStringList{"journal-delete", "abcd", "--all"} << 1 << "journal uuids or --all";
     QTest::newRow("TCP without its switch in the configuration")
         << QStringList{"--tcp", "--config", "/nonexistent/agent.ini", "status"} << 1 << "tcp_server_code=88";
-    QTest::newRow("a name that two plans share") << QStringList{"delete", "twin"} << 1 << "'twin' names 2 plans";
+    QTest::newRow("a name that two plans share, listed")
+        << QStringList{"delete", "twin"} << 1 << "'twin' names 2 plans; give more of the uuid:\n  {";
     QTest::newRow("an unknown plan") << QStringList{"run", "nosuch"} << 2
                                      << "plan not found: no plan has the uuid, uuid prefix or name 'nosuch'";
     QTest::newRow("a new plan with an unknown operation")
@@ -464,17 +490,55 @@ void tst_Apps::errorsChangeNothing()
     QFETCH(QString, message);
     NewPlan({"twin", "noop"});
     NewPlan({"twin", "noop"});
-    NewPlan({"solo", "noop"});
+    NewPlan({"solo", "noop", "--start", "2031-01-02 00:00:00"});
 
     const AgentRun run = Agent(arguments);
     QCOMPARE(run.code, code);
     QVERIFY(run.out.isEmpty());
     QVERIFY2(run.err.startsWith("backupframe-agent: ") && run.err.contains(message), qPrintable(run.err));
     QCOMPARE(run.err.contains("--help"), code == 1);
+    // With --json the same error also comes as an object on stdout.
+    const AgentRun json = Agent(QStringList{"--json"} + arguments);
+    QCOMPARE(json.code, code);
+    QCOMPARE(json.err, run.err);
+    const QJsonObject error = QJsonDocument::fromJson(json.out.toUtf8()).object();
+    QVERIFY2(error.value("error").toString().contains(message), qPrintable(json.out));
+    QCOMPARE(error.value("exitCode").toInt(), code);
     QCOMPARE(Count("tb_schemes"), 3);
     QCOMPARE(Row(QStringLiteral("SELECT t.operation_register_name FROM tb_schemes s JOIN tb_tasks t "
                                 "ON s.task_name=t.task_name WHERE s.plan_name='solo'")),
              QStringList{"noop"});
+}
+
+void tst_Apps::textOutput_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("expected");   // a part of stdout
+
+    const QString longName = QString(60, QLatin1Char('L'));
+    QTest::newRow("--version prints the project version") << QStringList{"--version"} << "backupframe-agent 0.1.0\n";
+    QTest::newRow("help of one command gives its usage and options")
+        << QStringList{"help", "run"} << "Usage: backupframe-agent [global options] run PLAN [--wait]\n";
+    QTest::newRow("an escape sequence and a newline in a name are shown escaped")
+        << QStringList{"plans"} << "esc\\x1b[31m\\nx  ";
+    QTest::newRow("a long name is cut to 40 characters") << QStringList{"plans"} << longName.left(39) + "\u2026  ";
+    QTest::newRow("show gives the schedule in words")
+        << QStringList{"show", longName} << "once, from 2031-01-02 00:00:00, every 2h";
+    QTest::newRow("show gives the whole name") << QStringList{"show", longName} << longName + "\n";
+    QTest::newRow("JSON keeps control characters as they are")
+        << QStringList{"--json", "plans"} << "\"esc\\u001b[31m\\nx\"";
+}
+
+void tst_Apps::textOutput()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, expected);
+    NewPlan({"esc\x1b[31m\nx", "noop"});
+    NewPlan({QString(60, QLatin1Char('L')), "noop", "--start", "2031-01-02 00:00:00", "--interval", "2"});
+
+    const AgentRun run = Agent(arguments);
+    QCOMPARE(run.code, 0);
+    QVERIFY2(run.out.contains(expected), qPrintable(run.out));
 }
 
 void tst_Apps::stoppedServiceGivesOneLine()
@@ -499,7 +563,8 @@ void tst_Apps::silentServiceTimesOut()
     QVERIFY(silent.listen(name));
     const AgentRun run = Agent({"--server-name", name, "--timeout", "1", "plans"});
     QCOMPARE(run.code, 3);
-    QCOMPARE(run.err, QStringLiteral("backupframe-agent: no scheduler answers on '%1' (no answer within 1 s)\n").arg(name));
+    QCOMPARE(run.err, QStringLiteral("backupframe-agent: no answer within 1 s; the request may still have been carried "
+                                     "out: check with 'backupframe-agent plans'\n"));
     QVERIFY2(run.elapsedMs >= 1000 && run.elapsedMs < 8000, qPrintable(QString::number(run.elapsedMs)));
 }
 
@@ -677,7 +742,7 @@ void tst_Apps::runCutShortIsJournaledAsInterrupted()
     QCOMPARE(journals.size(), 1);
     const QJsonObject journal = journals[0].toObject();
     QCOMPARE(journal.value("result").toString(), QStringLiteral("Interrupted"));
-    QVERIFY2(journal.value("errorReason").toString().contains(reason), qPrintable(journal.value("errorReason").toString()));
+    QVERIFY2(journal.value("errorMessage").toString().contains(reason), qPrintable(journal.value("errorMessage").toString()));
     QVERIFY(journal.value("solution").toString().contains("run the plan again"));
     const QJsonObject plan = AgentJson({"plans"}).array()[0].toObject();
     QCOMPARE(values(plan, {"status", "isRunning"}), (QStringList{"Interrupted", "false"}));

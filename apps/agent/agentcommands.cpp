@@ -3,18 +3,25 @@
 #include "agentoutput.h"
 
 #include <QElapsedTimer>
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
 #include <algorithm>
 
-int PrintUsageError(QTextStream& err, const QString& message)
+int PrintError(QTextStream& out, QTextStream& err, bool json, int code, const QString& message)
 {
-    err << "backupframe-agent: " << message << "\n"
-        << "Try 'backupframe-agent --help' for more information.\n";
+    if (json) {
+        const QJsonObject error{{QStringLiteral("error"), message}, {QStringLiteral("exitCode"), code}};
+        out << QJsonDocument(error).toJson(QJsonDocument::Indented);
+    }
+    out.flush();
+    err << "backupframe-agent: " << message << "\n";
+    if (code == ExitUsage)
+        err << "Try 'backupframe-agent --help' for more information.\n";
     err.flush();
-    return ExitUsage;
+    return code;
 }
 
 AgentCommands::AgentCommands(const AgentOptions& options, const CommunAttribute& endpoint, QTextStream& out,
@@ -34,6 +41,7 @@ int AgentCommands::Execute()
     const QList<QPair<QString, Handler>> handlers{
         {QStringLiteral("status"), &AgentCommands::Status},
         {QStringLiteral("plans"), &AgentCommands::Plans},
+        {QStringLiteral("show"), &AgentCommands::ShowPlan},
         {QStringLiteral("new"), &AgentCommands::NewPlan},
         {QStringLiteral("edit"), &AgentCommands::EditPlan},
         {QStringLiteral("delete"), &AgentCommands::DeletePlan},
@@ -71,8 +79,12 @@ int AgentCommands::Call(quint64 type, const QString& planUuid, const QString& pl
     if (const int code = OpenSession())
         return code;
     ResultCommand answer(SchedulerProtocol::ResultType);
-    if (!m_session->Call(type, planUuid, planName, payload, answer))
+    if (!m_session->Call(type, planUuid, planName, payload, answer)) {
+        if (m_session->AnswerTimedOut())   // the request was sent: it may have been carried out
+            return Fail(ExitNoAnswer, QStringLiteral("%1; the request may still have been carried out: "
+                                                     "check with 'backupframe-agent plans'").arg(m_session->Error()));
         return NoAnswer(m_session->Error());
+    }
     if (answer.getUintResult() != 0)
         return Fail(ExitRefused, QStringLiteral("cannot %1: %2").arg(what, SchedulerProtocol::ErrorText(answer.getUintResult())));
     if (resultData)
@@ -113,30 +125,45 @@ int AgentCommands::ResolvePlan(const QString& key, SchedulerPlan& plan)
     QList<SchedulerPlan> plans;
     if (const int code = LoadPlans(plans))
         return code;
-    QList<SchedulerPlan> byName;
-    QList<SchedulerPlan> byPrefix;
+    QList<Candidate> byName;
+    QList<Candidate> byPrefix;
+    QHash<QString, SchedulerPlan> byUuid;
     for (const SchedulerPlan& candidate : plans) {
         if (candidate.getPlanUuid().compare(key, Qt::CaseInsensitive) == 0) {
             plan = candidate;
             return ExitOk;
         }
-        if (candidate.getPlanName() == key)
-            byName.append(candidate);
-        if (AgentOutput::MatchesUuidPrefix(candidate.getPlanUuid(), key))
-            byPrefix.append(candidate);
+        const Candidate shown{candidate.getPlanUuid(), candidate.getPlanName()};
+        byUuid.insert(shown.uuid, candidate);
+        if (shown.name == key)
+            byName.append(shown);
+        if (AgentOutput::MatchesUuidPrefix(shown.uuid, key))
+            byPrefix.append(shown);
     }
-    const QList<SchedulerPlan>& matches = byName.isEmpty() ? byPrefix : byName;
+    const QList<Candidate>& matches = byName.isEmpty() ? byPrefix : byName;
     if (matches.isEmpty())
         return Fail(ExitRefused, QStringLiteral("plan not found: no plan has the uuid, uuid prefix or name '%1'").arg(key));
     if (matches.size() > 1)
-        return Usage(QStringLiteral("'%1' names %2 plans; give more of the uuid").arg(key).arg(matches.size()));
-    plan = matches.first();
+        return Ambiguous(key, QStringLiteral("plans"), matches);
+    plan = byUuid.value(matches.first().uuid);
     return ExitOk;
+}
+
+int AgentCommands::Ambiguous(const QString& key, const QString& what, const QList<Candidate>& matches)
+{
+    constexpr int kShown = 5;
+    QString message = QStringLiteral("'%1' names %2 %3; give more of the uuid:")
+                          .arg(key, QString::number(matches.size()), what);
+    for (int i = 0; i < matches.size() && i < kShown; ++i)
+        message += QStringLiteral("\n  %1  %2").arg(matches[i].uuid, AgentOutput::Cell(matches[i].name));
+    if (matches.size() > kShown)
+        message += QStringLiteral("\n  and %1 more").arg(matches.size() - kShown);
+    return Usage(message);
 }
 
 int AgentCommands::Usage(const QString& message)
 {
-    return PrintUsageError(m_err, message);
+    return Fail(ExitUsage, message);
 }
 
 int AgentCommands::NoAnswer(const QString& reason)
@@ -149,10 +176,7 @@ int AgentCommands::NoAnswer(const QString& reason)
 
 int AgentCommands::Fail(int code, const QString& message)
 {
-    m_out.flush();
-    m_err << "backupframe-agent: " << message << "\n";
-    m_err.flush();
-    return code;
+    return PrintError(m_out, m_err, m_options.Json(), code, message);
 }
 
 void AgentCommands::PrintJson(const QJsonValue& value)

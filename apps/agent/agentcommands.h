@@ -21,7 +21,9 @@ enum AgentExit {
     ExitOk = 0,
     ExitUsage = 1,      // the command line is wrong
     ExitRefused = 2,    // the scheduler answered with an error (or the plan/journal is unknown)
-    ExitNoAnswer = 3    // no scheduler serves the endpoint, or no (usable) answer came in time
+    ExitNoAnswer = 3,   // no scheduler serves the endpoint, or no (usable) answer came in time
+    ExitRunFailed = 4,  // run --wait: the run ended as Failed
+    ExitRunStopped = 5  // run --wait: the run ended as Cancelled or Interrupted
 };
 
 // Runs one subcommand: checks its arguments first, then talks to the scheduler through
@@ -36,8 +38,15 @@ public:
     int Execute();
 
 private:
+    // A plan or journal that a PLAN or JOURNAL key may name, listed when the key is ambiguous.
+    struct Candidate {
+        QString uuid;
+        QString name;
+    };
+
     int Status();
     int Plans();
+    int ShowPlan();
     int NewPlan();
     int EditPlan();
     int DeletePlan();
@@ -64,6 +73,8 @@ private:
     int ApplyPlanChange(quint64 type, const SchedulerPlan& plan, const QByteArray& payload, const QString& what);
 
     int Usage(const QString& message);
+    // A usage error listing up to five of the things the key names.
+    int Ambiguous(const QString& key, const QString& what, const QList<Candidate>& matches);
     int NoAnswer(const QString& reason);
     int Fail(int code, const QString& message);
     void PrintJson(const QJsonValue& value);
@@ -76,8 +87,9 @@ private:
     std::unique_ptr<AgentSession> m_session;   // opened on the first request
 };
 
-// Prints "backupframe-agent: <message>" and the help hint on err; returns ExitUsage.
-int PrintUsageError(QTextStream& err, const QString& message);
+// Prints "backupframe-agent: <message>" on err (with the hint to --help for usage
+// errors) and, for --json, {"error": message, "exitCode": code} on out; returns code.
+int PrintError(QTextStream& out, QTextStream& err, bool json, int code, const QString& message);
 
 template <typename Record>
 int AgentCommands::Decode(const QByteArray& bytes, Record& record, const QString& what)

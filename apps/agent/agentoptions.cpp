@@ -13,6 +13,8 @@ struct CommandShape {
     int minArguments;
     int maxArguments;   // -1: any number
     QStringList options;
+    QString synopsis;   // the command with its arguments, as the help shows it
+    QString what;
 };
 
 QList<CommandShape> shapes()
@@ -20,37 +22,39 @@ QList<CommandShape> shapes()
     const QStringList trigger = AgentOptions::TriggerOptionNames();
     const QStringList edit = QStringList{QStringLiteral("name"), QStringLiteral("operation"),
                                          QStringLiteral("parameter")} + trigger;
-    return {{QStringLiteral("status"), 0, 0, {}},
-            {QStringLiteral("plans"), 0, 0, {}},
-            {QStringLiteral("new"), 2, 3, trigger},
-            {QStringLiteral("edit"), 1, 1, edit},
-            {QStringLiteral("delete"), 1, 1, {}},
-            {QStringLiteral("run"), 1, 1, {QStringLiteral("wait")}},
-            {QStringLiteral("cancel"), 1, 1, {}},
-            {QStringLiteral("journals"), 0, 1, {}},
-            {QStringLiteral("journal-delete"), 0, -1, {QStringLiteral("all")}},
-            {QStringLiteral("email"), 1, 1, AgentOptions::EmailOptionNames()}};
+    auto text = [](const char* latin1) { return QString::fromLatin1(latin1); };
+    return {{text("status"), 0, 0, {}, text("status"), text("does the scheduler answer? round trip, plans, journals")},
+            {text("plans"), 0, 0, {}, text("plans"), text("list the plans")},
+            {text("show"), 1, 1, {}, text("show PLAN"), text("everything about one plan")},
+            {text("new"), 2, 3, trigger, text("new NAME OPERATION [PARAMETER]"),
+             text("create a plan; trigger options below")},
+            {text("edit"), 1, 1, edit, text("edit PLAN"),
+             text("change a plan: --name, --operation, --parameter, trigger options")},
+            {text("delete"), 1, 1, {}, text("delete PLAN"), text("delete a plan (its journals stay)")},
+            {text("run"), 1, 1, {text("wait")}, text("run PLAN [--wait]"),
+             text("run a plan now; --wait until it has ended (exit 4 failed, 5 cancelled)")},
+            {text("cancel"), 1, 1, {}, text("cancel PLAN"), text("cancel a running or queued run")},
+            {text("journals"), 0, 1, {}, text("journals [PLAN]"), text("list the journals, all or of one plan")},
+            {text("journal-delete"), 0, -1, {text("all")}, text("journal-delete JOURNAL...|--all"),
+             text("delete journals")},
+            {text("email"), 1, 1, AgentOptions::EmailOptionNames(), text("email show|set [e-mail options]"),
+             text("show or change the e-mail notification settings")},
+            {text("help"), 0, 1, {}, text("help [COMMAND]"), text("this help, or the usage of one command")}};
 }
 
-const char* const kDescription =
-    "Talks to the backupframe scheduler service.\n"
-    "\n"
-    "Commands:\n"
-    "  status                          does the scheduler answer? round trip, plans, journals\n"
-    "  plans                           list the plans\n"
-    "  new NAME OPERATION [PARAMETER]  create a plan; trigger options below\n"
-    "  edit PLAN                       change a plan: --name, --operation, --parameter, trigger options\n"
-    "  delete PLAN                     delete a plan (its journals stay)\n"
-    "  run PLAN [--wait]               run a plan now; --wait until the run has ended\n"
-    "  cancel PLAN                     cancel a running or queued run\n"
-    "  journals [PLAN]                 list the journals, all or of one plan\n"
-    "  journal-delete JOURNAL...|--all delete journals\n"
-    "  email show                      show the e-mail notification settings\n"
-    "  email set [e-mail options]      change them; options not given keep their values\n"
-    "\n"
-    "PLAN is a plan name, a plan uuid or a unique prefix of one (4 characters at least,\n"
-    "the brace may be left out); JOURNAL is a journal uuid or such a prefix of one.\n"
-    "Exit codes: 0 done, 1 usage error, 2 the scheduler refused, 3 no scheduler answers.";
+QString description()
+{
+    QString text = QStringLiteral("Talks to the backupframe scheduler service.\n\nCommands:\n");
+    for (const CommandShape& shape : shapes())
+        text += QStringLiteral("  %1 %2\n").arg(shape.synopsis.leftJustified(32), shape.what);
+    text += QStringLiteral(
+        "\n"
+        "PLAN is a plan name, a plan uuid or a unique prefix of one (4 characters at least,\n"
+        "the brace may be left out); JOURNAL is a journal uuid or such a prefix of one.\n"
+        "Exit codes: 0 done, 1 usage error, 2 the scheduler refused, 3 no scheduler answers,\n"
+        "4 run --wait: the run failed, 5 run --wait: the run was cancelled or interrupted.");
+    return text;
+}
 
 QList<QCommandLineOption> optionList()
 {
@@ -100,8 +104,9 @@ QList<QCommandLineOption> optionList()
 
 AgentOptions::AgentOptions()
 {
-    m_parser.setApplicationDescription(QString::fromLatin1(kDescription));
+    m_parser.setApplicationDescription(description());
     m_parser.addHelpOption();
+    m_parser.addVersionOption();
     m_parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("The command and its arguments."),
                                    QStringLiteral("COMMAND [ARGUMENTS]"));
     const QStringList globals{QStringLiteral("server-name"), QStringLiteral("timeout"), QStringLiteral("json"),
@@ -137,6 +142,8 @@ AgentOptions::Outcome AgentOptions::Parse(const QStringList& arguments)
     }
     if (m_parser.isSet(QStringLiteral("help")) || m_parser.isSet(QStringLiteral("help-all")))
         return Help;
+    if (m_parser.isSet(QStringLiteral("version")))
+        return Version;
     const QStringList positional = m_parser.positionalArguments();
     if (positional.isEmpty()) {
         m_error = QStringLiteral("no command given");
@@ -144,7 +151,25 @@ AgentOptions::Outcome AgentOptions::Parse(const QStringList& arguments)
     }
     m_command = positional.first();
     m_arguments = positional.mid(1);
-    return CheckShape() && CheckTimeout() ? Run : UsageError;
+    if (!CheckShape() || !CheckTimeout())
+        return UsageError;
+    if (m_command == QLatin1String("help"))
+        return CheckHelpTopic() ? Help : UsageError;
+    return Run;
+}
+
+bool AgentOptions::CheckHelpTopic()
+{
+    if (m_arguments.isEmpty())
+        return true;
+    for (const CommandShape& shape : shapes()) {
+        if (shape.name == m_arguments.first()) {
+            m_helpTopic = shape.name;
+            return true;
+        }
+    }
+    m_error = QStringLiteral("no help for '%1': no such command").arg(m_arguments.first());
+    return false;
 }
 
 bool AgentOptions::CheckShape()
@@ -185,7 +210,31 @@ bool AgentOptions::CheckTimeout()
 
 QString AgentOptions::HelpText() const
 {
-    return m_parser.helpText();
+    if (m_helpTopic.isEmpty())
+        return m_parser.helpText();
+    return CommandHelp(m_helpTopic);
+}
+
+// "Usage: ...", what the command does and the options that belong to it.
+QString AgentOptions::CommandHelp(const QString& command) const
+{
+    QString text;
+    for (const CommandShape& shape : shapes()) {
+        if (shape.name != command)
+            continue;
+        text = QStringLiteral("Usage: backupframe-agent [global options] %1\n%2\n").arg(shape.synopsis, shape.what);
+        if (!shape.options.isEmpty())
+            text += QStringLiteral("\nOptions:\n");
+        for (const QCommandLineOption& option : optionList()) {
+            if (!shape.options.contains(option.names().first()))
+                continue;
+            QString name = QStringLiteral("--") + option.names().first();
+            if (!option.valueName().isEmpty())
+                name += QStringLiteral(" <%1>").arg(option.valueName());
+            text += QStringLiteral("  %1 %2\n").arg(name.leftJustified(24), option.description());
+        }
+    }
+    return text;
 }
 
 bool AgentOptions::IsSet(const QString& name) const

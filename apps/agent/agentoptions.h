@@ -11,12 +11,13 @@
 class AgentOptions
 {
 public:
-    enum Outcome { Run, Help, UsageError };
+    enum Outcome { Run, Help, Version, UsageError };
 
     AgentOptions();
 
     Outcome Parse(const QStringList& arguments);
     QString Error() const { return m_error; }
+    // The whole help, or after "help COMMAND" the usage of that command.
     QString HelpText() const;
 
     QString Command() const { return m_command; }
@@ -36,12 +37,15 @@ public:
 private:
     bool CheckShape();
     bool CheckTimeout();
+    bool CheckHelpTopic();
+    QString CommandHelp(const QString& command) const;
 
     QCommandLineParser m_parser;
     QStringList m_commandOptions;   // every option that belongs to some subcommand
     QString m_command;
     QStringList m_arguments;
     QString m_error;
+    QString m_helpTopic;            // "help COMMAND": the command
     int m_timeoutMs = 5000;
 };
 

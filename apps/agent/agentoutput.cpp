@@ -36,9 +36,49 @@ QString duration(quint64 seconds)
 
 } // namespace
 
+QString Escaped(const QString& text)
+{
+    QString shown;
+    shown.reserve(text.size());
+    for (const QChar c : text) {
+        const ushort code = c.unicode();
+        if (c == QLatin1Char('\n'))
+            shown += QStringLiteral("\\n");
+        else if (c == QLatin1Char('\r'))
+            shown += QStringLiteral("\\r");
+        else if (c == QLatin1Char('\t'))
+            shown += QStringLiteral("\\t");
+        else if (code < 0x20 || (code >= 0x7f && code <= 0x9f))
+            shown += QStringLiteral("\\x%1").arg(code, 2, 16, QLatin1Char('0'));
+        else if (c.category() == QChar::Other_Format)
+            shown += QStringLiteral("\\u%1").arg(code, 4, 16, QLatin1Char('0'));
+        else
+            shown += c;
+    }
+    return shown;
+}
+
+QString Elided(const QString& text, int width)
+{
+    if (text.size() <= width)
+        return text;
+    int keep = width - 1;
+    if (keep > 0 && text.at(keep - 1).isHighSurrogate())
+        --keep;   // never split a surrogate pair
+    return text.left(keep) + QChar(0x2026);
+}
+
+QString Cell(const QString& text)
+{
+    return Elided(Escaped(text));
+}
+
 void Table::AddRow(const QStringList& cells)
 {
-    m_rows.append(cells);
+    QStringList shown;
+    for (const QString& cell : cells)
+        shown.append(Escaped(cell));
+    m_rows.append(shown);
 }
 
 QString Table::Render() const
@@ -109,6 +149,13 @@ QString TaskSummary(const TaskAttribute& task)
     if (parameter.isEmpty())
         return task.getOperationRegisterName();
     return QStringLiteral("%1 %2").arg(task.getOperationRegisterName(), parameter);
+}
+
+int ResultCodeOf(const QString& result)
+{
+    static const QStringList kResults{QStringLiteral("Succeeded"), QStringLiteral("Failed"),
+                                      QStringLiteral("Cancelled"), QStringLiteral("Interrupted")};
+    return kResults.indexOf(result);
 }
 
 QString TriggerSummary(const TriggerAttribute& trigger)
@@ -192,7 +239,8 @@ QJsonObject JournalToJson(const JournalAttribute& journal)
         {QStringLiteral("createTime"), journal.getCreateTime()},
         {QStringLiteral("timeConsuming"), number(journal.getTimeConsuming())},
         {QStringLiteral("result"), journal.getResult()},
-        {QStringLiteral("errorReason"), journal.getErrorReason()},
+        {QStringLiteral("resultCode"), ResultCodeOf(journal.getResult())},
+        {QStringLiteral("errorMessage"), journal.getErrorReason()},
         {QStringLiteral("solution"), journal.getSolution()}};
 }
 

@@ -12,8 +12,19 @@
 // programs, built from the library's records. Pure functions; no I/O.
 namespace AgentOutput {
 
+// The widest a cell of a list table (plans, journals) may be: longer texts end in "…".
+constexpr int kCellWidth = 40;
+
+// Control characters shown as escapes: "\n", "\r", "\t", other C0/C1 controls and
+// DEL as "\xNN", invisible format characters (e.g. bidi overrides) as "\uNNNN".
+QString Escaped(const QString& text);
+// The text cut to width characters, the last being "…", when it is longer.
+QString Elided(const QString& text, int width = kCellWidth);
+// A cell of a list table: escaped, then elided.
+QString Cell(const QString& text);
+
 // Rows of cells (a header is just the first row), columns separated by two blanks,
-// each as wide as its widest cell; no trailing blanks. Cells are shown as given.
+// each as wide as its widest cell; no trailing blanks. Cells are shown escaped.
 class Table
 {
 public:
@@ -31,6 +42,9 @@ QStringList ShortIds(const QStringList& uuids);
 // of 4 characters at least.
 bool MatchesUuidPrefix(const QString& uuid, const QString& key);
 QString TaskSummary(const TaskAttribute& task);
+// The numeric code of a journal's result text, as a plan's resultCode counts it
+// (0 Succeeded, 1 Failed, 2 Cancelled, 3 Interrupted); -1 for any other text.
+int ResultCodeOf(const QString& result);
 QString TriggerSummary(const TriggerAttribute& trigger);
 // "task_{a1b2...}" shown as "task_a1b2c3d4"; other names unchanged.
 QString ShortTaskName(const QString& taskName);

@@ -103,6 +103,7 @@ bool AgentSession::Call(quint64 type, const QString& planUuid, const QString& pl
     request->setRequestData(payload);
 
     m_answer.reset();
+    m_answerTimedOut = false;
     m_awaitedType = type;
     if (m_link == Link::Lost)
         m_link = Link::Up;  // the worker reconnects by itself on the next request
@@ -114,6 +115,7 @@ bool AgentSession::Call(quint64 type, const QString& planUuid, const QString& pl
 
     WaitUntil([this] { return m_answer || m_link == Link::Lost; });
     if (!m_answer) {
+        m_answerTimedOut = m_link != Link::Lost;
         m_error = m_link == Link::Lost ? QStringLiteral("the connection was lost")
                                        : QStringLiteral("no answer within %1").arg(seconds(m_timeoutMs));
         return false;

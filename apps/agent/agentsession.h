@@ -34,6 +34,8 @@ public:
 
     // Why Open or Call failed, e.g. "no answer within 5 s".
     QString Error() const { return m_error; }
+    // Whether the last Call failed because its answer did not come in time (it was sent).
+    bool AnswerTimedOut() const { return m_answerTimedOut; }
     QString EndpointText() const;
 
 signals:
@@ -59,6 +61,7 @@ private:
     QThread m_workerThread;
     CommunClientWork* m_worker = nullptr;   // lives on m_workerThread, deleted when it finishes
     bool m_dispatchStarted = false;
+    bool m_answerTimedOut = false;
     Link m_link = Link::Pending;
     quint64 m_awaitedType = 0;              // the request type whose answer Call waits for
     std::unique_ptr<ResultCommand> m_answer;

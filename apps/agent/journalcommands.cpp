@@ -52,9 +52,10 @@ int AgentCommands::Journals()
                   QStringLiteral("END"), QStringLiteral("TIME"), QStringLiteral("RESULT"), QStringLiteral("ERROR")});
     for (int i = 0; i < journals.size(); ++i) {
         const JournalAttribute& journal = journals[i];
-        table.AddRow({ids[i], journal.getPlanName(), AgentOutput::ShortTaskName(journal.getTaskName()),
-                      journal.getStartTime(), journal.getEndTime(), QString::number(journal.getTimeConsuming()),
-                      journal.getResult(), journal.getErrorReason()});
+        table.AddRow({ids[i], AgentOutput::Cell(journal.getPlanName()),
+                      AgentOutput::Cell(AgentOutput::ShortTaskName(journal.getTaskName())), journal.getStartTime(),
+                      journal.getEndTime(), QString::number(journal.getTimeConsuming()), journal.getResult(),
+                      AgentOutput::Cell(journal.getErrorReason())});
     }
     m_out << table.Render();
     return ExitOk;
@@ -64,7 +65,9 @@ int AgentCommands::DeleteJournals()
 {
     const bool all = m_options.IsSet(QStringLiteral("all"));
     const QStringList keys = m_options.Arguments();
-    if (all == !keys.isEmpty())
+    if (!all && keys.isEmpty())
+        return Usage(QStringLiteral("'journal-delete': give journal uuids or --all"));
+    if (all && !keys.isEmpty())
         return Usage(QStringLiteral("'journal-delete' wants journal uuids or --all, not both"));
     if (all) {
         if (const int code = Call(DeleteAllJournalType, QString(), QString(), QByteArray(),
@@ -98,22 +101,22 @@ int AgentCommands::ResolveJournals(const QStringList& keys, QStringList& uuids)
     if (const int code = LoadJournals(QString(), journals))
         return code;
     for (const QString& key : keys) {
-        QStringList matches;
+        QList<Candidate> matches;
         for (const JournalAttribute& journal : journals) {
-            const QString uuid = journal.getJournalUuid();
-            if (uuid.compare(key, Qt::CaseInsensitive) == 0) {
-                matches = QStringList{uuid};
+            const Candidate candidate{journal.getJournalUuid(), journal.getPlanName()};
+            if (candidate.uuid.compare(key, Qt::CaseInsensitive) == 0) {
+                matches = {candidate};
                 break;
             }
-            if (AgentOutput::MatchesUuidPrefix(uuid, key))
-                matches.append(uuid);
+            if (AgentOutput::MatchesUuidPrefix(candidate.uuid, key))
+                matches.append(candidate);
         }
         if (matches.isEmpty())
             return Fail(ExitRefused, QStringLiteral("journal not found: no journal has the uuid or uuid prefix '%1'").arg(key));
         if (matches.size() > 1)
-            return Usage(QStringLiteral("'%1' names %2 journals; give more of the uuid").arg(key).arg(matches.size()));
-        if (!uuids.contains(matches.first()))
-            uuids.append(matches.first());
+            return Ambiguous(key, QStringLiteral("journals"), matches);
+        if (!uuids.contains(matches.first().uuid))
+            uuids.append(matches.first().uuid);
     }
     return ExitOk;
 }

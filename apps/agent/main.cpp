@@ -3,8 +3,9 @@
 //   backupframe-agent [--server-name NAME] [--tcp] [--config FILE] [--timeout SECONDS] [--json]
 //                     COMMAND [ARGUMENTS] [OPTIONS]
 //
-// Commands: status, plans, new, edit, delete, run, cancel, journals, journal-delete,
-// email show|set (--help lists their arguments and options). Each run opens one
+// Commands: status, plans, show, new, edit, delete, run, cancel, journals, journal-delete,
+// email show|set, help [COMMAND] (--help lists their arguments and options, 'help COMMAND'
+// those of one; --version prints the version). Each run opens one
 // connection, sends its requests one at a time and waits at most --timeout seconds
 // (default 5) for the connection and for each answer.
 //
@@ -14,11 +15,16 @@
 //      PLAN or JOURNAL prefix, --tcp without tcp_server_code=88 in the configuration
 //   2  the scheduler answered with an error (one line with its reason on stderr), or
 //      no plan or journal matches the PLAN or JOURNAL given
-//   3  no scheduler answers: nothing serves the endpoint, no answer within the timeout,
-//      the connection was lost or the answer could not be read
+//   3  no scheduler answers: nothing serves the endpoint, no answer within the timeout
+//      (the request may still have been carried out), the connection was lost or the
+//      answer could not be read
+//   4  run --wait: the run failed (the plan's resultCode 1)
+//   5  run --wait: the run was cancelled or interrupted (resultCode 2 or 3)
 //
-// Output: tables or JSON (--json) on stdout; failures as one line on stderr. The
-// library's log goes to <per-user data directory>/log/agent.log only (see startLogging).
+// Output: tables or JSON (--json) on stdout, UTF-8; failures as one line on stderr (for
+// --json also {"error": ..., "exitCode": N} on stdout). Table cells show control
+// characters escaped ("\x1b", "\n"); list tables cut cells at 40 characters ("…").
+// The library's log goes to <per-user data directory>/log/agent.log only (see startLogging).
 
 #include "agentcommands.h"
 #include "agentoptions.h"
@@ -91,16 +97,22 @@ int main(int argc, char* argv[])
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("backupframe-agent"));
     QCoreApplication::setOrganizationName(QStringLiteral("backupframe"));
+    QCoreApplication::setApplicationVersion(QString::fromLatin1(BACKUPFRAME_AGENT_VERSION));
     QTextStream out(stdout);
     QTextStream err(stderr);
+    out.setCodec("UTF-8");
+    err.setCodec("UTF-8");
 
     AgentOptions options;
     switch (options.Parse(QCoreApplication::arguments())) {
     case AgentOptions::Help:
         out << options.HelpText();
         return ExitOk;
+    case AgentOptions::Version:
+        out << QCoreApplication::applicationName() << " " << QCoreApplication::applicationVersion() << "\n";
+        return ExitOk;
     case AgentOptions::UsageError:
-        return PrintUsageError(err, options.Error());
+        return PrintError(out, err, options.Json(), ExitUsage, options.Error());
     case AgentOptions::Run:
         break;
     }
@@ -112,7 +124,7 @@ int main(int argc, char* argv[])
     QString error;
     int code = ExitUsage;
     if (!makeEndpoint(options, configFile, endpoint, error)) {
-        PrintUsageError(err, error);
+        PrintError(out, err, options.Json(), ExitUsage, error);
     } else {
         AgentCommands commands(options, endpoint, out, err);
         code = commands.Execute();

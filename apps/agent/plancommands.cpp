@@ -4,6 +4,7 @@
 #include "agentoutput.h"
 #include "triggeroptions.h"
 
+#include <QDateTime>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QThread>
@@ -22,6 +23,35 @@ QString shownStatus(const SchedulerPlan& plan)
 bool runHasEnded(const SchedulerPlan& plan)
 {
     return !plan.getIsRunning() && plan.getSchemeAttribute().getExecutState() != QLatin1String("Queued");
+}
+
+// The exit code of run --wait from the plan's resultCode of the ended run.
+int runExitCode(const SchedulerPlan& plan)
+{
+    switch (plan.getResultCode()) {
+    case 0:
+        return ExitOk;
+    case 1:
+        return ExitRunFailed;
+    default:   // 2 Cancelled, 3 Interrupted
+        return ExitRunStopped;
+    }
+}
+
+// Why the trigger's end (when it has one) lies before its start, naming the option
+// that was given; empty when it does not.
+QString endBeforeStart(const TriggerAttribute& trigger, bool startGiven)
+{
+    if (!trigger.getTriggerEndFlag() || trigger.getStartTime().isEmpty())
+        return QString();
+    const QString format = TimeText::Format();
+    if (QDateTime::fromString(trigger.getEndTime(), format) >= QDateTime::fromString(trigger.getStartTime(), format))
+        return QString();
+    if (startGiven)
+        return QStringLiteral("--start %1 is after the plan's end %2; give --end or --no-end too")
+            .arg(trigger.getStartTime(), trigger.getEndTime());
+    return QStringLiteral("--end %1 is before the plan's start %2; give --start too")
+        .arg(trigger.getEndTime(), trigger.getStartTime());
 }
 
 } // namespace
@@ -51,7 +81,8 @@ int AgentCommands::Plans()
                   QStringLiteral("STATUS"), QStringLiteral("CREATED"), QStringLiteral("NEXT START")});
     for (int i = 0; i < plans.size(); ++i) {
         const SchedulerPlan& plan = plans[i];
-        table.AddRow({ids[i], plan.getPlanName(), AgentOutput::TaskSummary(plan.getTaskAttribute()),
+        table.AddRow({ids[i], AgentOutput::Cell(plan.getPlanName()),
+                      AgentOutput::Cell(AgentOutput::TaskSummary(plan.getTaskAttribute())),
                       AgentOutput::TriggerSummary(plan.getTriggerAttribute()), shownStatus(plan),
                       plan.getSchemeAttribute().getCreateTime(), plan.getNextStartTime()});
     }
@@ -117,6 +148,11 @@ int AgentCommands::EditPlan()
     if (m_options.IsSet(parameterOption))
         plan.getObjectTaskAttribute().setOperationParameter(m_options.Value(parameterOption).toUtf8());
     trigger.ApplyTo(plan.getObjectTriggerAttribute());
+    // Only one side given: the other is the stored one, which the service would refuse silently.
+    const bool startGiven = m_options.IsSet(QStringLiteral("start"));
+    const QString order = endBeforeStart(plan.getTriggerAttribute(), startGiven);
+    if ((startGiven || m_options.IsSet(QStringLiteral("end"))) && !order.isEmpty())
+        return Usage(order);
 
     SchedulerPlanData data;
     data.setSchedulerPlan(plan);
@@ -164,6 +200,38 @@ int AgentCommands::RunPlan()
         PrintJson(AgentOutput::PlanToJson(state));
     else
         PrintPlanLine(state);
+    return runExitCode(state);
+}
+
+int AgentCommands::ShowPlan()
+{
+    SchedulerPlan plan;
+    if (const int code = ResolvePlan(m_options.Arguments().first(), plan))
+        return code;
+    if (m_options.Json()) {
+        PrintJson(AgentOutput::PlanToJson(plan));
+        return ExitOk;
+    }
+    const TaskAttribute task = plan.getTaskAttribute();
+    const QString progress = plan.getTotalBytesToCopy() > 0
+        ? QStringLiteral("%1 of %2 bytes").arg(plan.getBytesProcessed()).arg(plan.getTotalBytesToCopy())
+        : QStringLiteral("%1 bytes").arg(plan.getBytesProcessed());
+    const QList<QStringList> rows{
+        {QStringLiteral("uuid"), plan.getPlanUuid()},
+        {QStringLiteral("name"), plan.getPlanName()},
+        {QStringLiteral("operation"), task.getOperationRegisterName()},
+        {QStringLiteral("parameter"), QString::fromUtf8(task.getOperationParameter())},
+        {QStringLiteral("schedule"), AgentOutput::TriggerSummary(plan.getTriggerAttribute())},
+        {QStringLiteral("next start"), plan.getNextStartTime()},
+        {QStringLiteral("status"), shownStatus(plan)},
+        {QStringLiteral("last start"), plan.getStartTime()},
+        {QStringLiteral("last end"), plan.getEndTime()},
+        {QStringLiteral("error"), plan.getErrorMessage()},
+        {QStringLiteral("progress"), progress}};
+    AgentOutput::Table table;
+    for (const QStringList& row : rows)
+        table.AddRow(row);
+    m_out << table.Render();
     return ExitOk;
 }
 
@@ -196,8 +264,8 @@ int AgentCommands::ApplyPlanChange(quint64 type, const SchedulerPlan& plan, cons
 // "<uuid>  <name>  <status>[: <error message>]"
 void AgentCommands::PrintPlanLine(const SchedulerPlan& plan)
 {
-    m_out << plan.getPlanUuid() << "  " << plan.getPlanName() << "  " << shownStatus(plan);
+    m_out << plan.getPlanUuid() << "  " << AgentOutput::Escaped(plan.getPlanName()) << "  " << shownStatus(plan);
     if (!plan.getIsRunning() && plan.getWasError() && !plan.getErrorMessage().isEmpty())
-        m_out << ": " << plan.getErrorMessage();
+        m_out << ": " << AgentOutput::Escaped(plan.getErrorMessage());
     m_out << "\n";
 }

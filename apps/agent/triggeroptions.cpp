@@ -4,6 +4,7 @@
 
 #include <QDateTime>
 
+#include <algorithm>
 #include <climits>
 #include <functional>
 
@@ -23,7 +24,7 @@ bool checkNumber(const QString& text, uint max, QString& normalised)
     return true;
 }
 
-// "1, 3,5" -> "1,3,5" when every part is a number in [1, max].
+// "5, 1,3,1" -> "1,3,5" when every part is a number in [1, max]: ascending, each once.
 bool checkList(const QString& text, quint64 max, QString& normalised)
 {
     QList<quint64> values;
@@ -34,6 +35,8 @@ bool checkList(const QString& text, quint64 max, QString& normalised)
             return false;
         values.append(value);
     }
+    std::sort(values.begin(), values.end());
+    values.erase(std::unique(values.begin(), values.end()), values.end());
     CommonTools::ListToString(values, normalised);
     return true;
 }
