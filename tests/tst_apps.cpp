@@ -744,8 +744,11 @@ void tst_Apps::runCutShortIsJournaledAsInterrupted()
     QCOMPARE(journal.value("result").toString(), QStringLiteral("Interrupted"));
     QVERIFY2(journal.value("errorMessage").toString().contains(reason), qPrintable(journal.value("errorMessage").toString()));
     QVERIFY(journal.value("solution").toString().contains("run the plan again"));
+    // The plan shows the run as it ended, also when that was stored before the restart.
     const QJsonObject plan = AgentJson({"plans"}).array()[0].toObject();
-    QCOMPARE(values(plan, {"status", "isRunning"}), (QStringList{"Interrupted", "false"}));
+    QCOMPARE(values(plan, {"status", "isRunning", "resultCode"}), (QStringList{"Interrupted", "false", "3"}));
+    QVERIFY2(plan.value("errorMessage").toString().contains(reason), qPrintable(plan.value("errorMessage").toString()));
+    QVERIFY(!plan.value("startTime").toString().isEmpty() && !plan.value("endTime").toString().isEmpty());
 }
 
 void tst_Apps::refusesToStart_data()

@@ -1,5 +1,7 @@
 #include "schedulerdatabase.h"
 
+#include "protocol.h"
+
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
@@ -34,6 +36,12 @@ QString sql(QString text)
         .replace(QLatin1String("$tasks"), QLatin1String(DatabaseSchema::TaskTable))
         .replace(QLatin1String("$triggers"), QLatin1String(DatabaseSchema::TriggerTable))
         .replace(QLatin1String("$journals"), QLatin1String(DatabaseSchema::JournalTable));
+}
+
+// A null QString binds as NULL: the service's own columns want the empty text.
+QVariant text(const QString& value)
+{
+    return value.isNull() ? QVariant(QStringLiteral("")) : QVariant(value);
 }
 
 QVariant number(quint64 value)
@@ -144,7 +152,10 @@ bool SchedulerDatabase::PrepareRunTable(QString& error)
     QSqlQuery query(*m_pdb);
     bool ok = query.exec(QStringLiteral(
         "CREATE TABLE IF NOT EXISTS tb_plan_runs(plan_uuid VARCHAR(254) PRIMARY KEY NOT NULL,"
-        "last_fire_time VARCHAR(32) NOT NULL DEFAULT '',run_start_time VARCHAR(32) NOT NULL DEFAULT '')"));
+        "last_fire_time VARCHAR(32) NOT NULL DEFAULT '',run_start_time VARCHAR(32) NOT NULL DEFAULT '',"
+        "last_start_time VARCHAR(32) NOT NULL DEFAULT '',last_end_time VARCHAR(32) NOT NULL DEFAULT '',"
+        "error_message TEXT NOT NULL DEFAULT '',result_code INTEGER NOT NULL DEFAULT 0,"
+        "trigger_flag INTEGER NOT NULL DEFAULT 0)"));
     // A write that is rolled back: a read-only or damaged file is found now, not at the first request.
     if (ok && m_pdb->transaction()) {
         ok = query.exec(QStringLiteral("INSERT OR REPLACE INTO tb_plan_runs(plan_uuid) VALUES('')"));
@@ -162,7 +173,7 @@ bool SchedulerDatabase::WriteRunRow(const QString& planUuid, const char* column,
                                  "ON CONFLICT(plan_uuid) DO UPDATE SET %1=excluded.%1")
                       .arg(QLatin1String(column)));
     query.addBindValue(planUuid);
-    query.addBindValue(value.isNull() ? QStringLiteral("") : value);   // a null QString binds as NULL
+    query.addBindValue(text(value));
     return exec(query, "WriteRunRow");
 }
 
@@ -204,9 +215,24 @@ bool SchedulerDatabase::FinishRun(const SchedulerPlan& plan, const JournalAttrib
             return false;
         const bool stored = query.next();
         query.finish();
-        return (!stored || (WritePlanRows(plan, false) && WriteRunRow(plan.getPlanUuid(), "run_start_time", QString())))
-               && WriteJournal(journal);
+        return (!stored || (WritePlanRows(plan, false) && WriteLastRun(plan))) && WriteJournal(journal);
     });
+}
+
+// The last run as the plan shows it, kept so that a restart shows it too; no run is in progress.
+bool SchedulerDatabase::WriteLastRun(const SchedulerPlan& plan)
+{
+    QSqlQuery query(*m_pdb);
+    query.prepare(QStringLiteral(
+        "INSERT INTO tb_plan_runs(plan_uuid,run_start_time,last_start_time,last_end_time,error_message,result_code,"
+        "trigger_flag) VALUES(?,'',?,?,?,?,?) ON CONFLICT(plan_uuid) DO UPDATE SET run_start_time='',"
+        "last_start_time=excluded.last_start_time,last_end_time=excluded.last_end_time,"
+        "error_message=excluded.error_message,result_code=excluded.result_code,trigger_flag=excluded.trigger_flag"));
+    for (const QVariant& v : {QVariant(plan.getPlanUuid()), text(plan.getStartTime()), text(plan.getEndTime()),
+                              text(plan.getErrorMessage()), number(plan.getResultCode()),
+                              number(plan.getTriggerFlag())})
+        query.addBindValue(v);
+    return exec(query, "WriteLastRun");
 }
 
 bool SchedulerDatabase::LoadRunRows(QHash<QString, PlanRunRow>& rows)
@@ -254,9 +280,11 @@ bool SchedulerDatabase::LoadPlans(QList<SchedulerPlan>& plans)
         "SELECT s.plan_uuid,s.plan_name,s.execution_state,s.status,s.latest_finish_time,s.create_time,"
         "t.task_name,t.operation_register_name,t.operation_parameter,"
         "g.trigger_name,g.trigger_type,g.start_time,g.end_time,g.interval,g.duration,g.week_days,"
-        "g.which_months,g.month_days,g.day_last_flag,g.trigger_end_flag "
+        "g.which_months,g.month_days,g.day_last_flag,g.trigger_end_flag,"
+        "r.last_start_time,r.last_end_time,r.error_message,r.result_code,r.trigger_flag "
         "FROM $schemes s JOIN $tasks t ON s.task_name=t.task_name "
-        "JOIN $triggers g ON s.trigger_name=g.trigger_name ORDER BY s.create_time,s.rowid")));
+        "JOIN $triggers g ON s.trigger_name=g.trigger_name LEFT JOIN tb_plan_runs r ON r.plan_uuid=s.plan_uuid "
+        "ORDER BY s.create_time,s.rowid")));
     if (!exec(query, "LoadPlans"))
         return false;
     while (query.next()) {
@@ -284,6 +312,15 @@ bool SchedulerDatabase::LoadPlans(QList<SchedulerPlan>& plans)
         trigger.setMonthDays(query.value(17).toString());
         trigger.setDayLastFlag(unsignedOf(query.value(18)));
         trigger.setTriggerEndFlag(unsignedOf(query.value(19)));
+        // The last run (a row may be missing: then no run is known).
+        plan.setStartTime(query.value(20).toString());
+        plan.setEndTime(query.value(21).toString());
+        plan.setErrorMessage(query.value(22).toString());
+        const quint64 result = unsignedOf(query.value(23));
+        plan.setResultCode(result);
+        plan.setWasError(result == SchedulerProtocol::Failed || result == SchedulerProtocol::Interrupted);
+        plan.setWasCancelled(result == SchedulerProtocol::Cancelled);
+        plan.setTriggerFlag(unsignedOf(query.value(24)));
         plans.append(plan);
     }
     return true;

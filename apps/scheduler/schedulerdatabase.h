@@ -62,6 +62,7 @@ private:
     bool IsOpen() const;
     bool WritePlanRows(const SchedulerPlan& plan, bool insert);
     bool WriteJournal(const JournalAttribute& journal);
+    bool WriteLastRun(const SchedulerPlan& plan);
     bool WriteRunRow(const QString& planUuid, const char* column, const QString& value);
     bool Transaction(const std::function<bool()>& work);
 };
