@@ -99,30 +99,38 @@ bool CopySettings::IsExcluded(const QString& relativePath) const
 quint64 CopyJob::Work(QString& reason, QString& solution)
 {
     m_copiedFiles = 0;
-    bool done = CopySettings::Parse(m_task.getOperationParameter(), m_settings, m_reason);
-    if (!done)
-        m_solution = QStringLiteral("Edit the plan's parameter, then run it again.");
-    done = done && CheckFolders() && Walk() && MakeFolders();
-    if (done) {
-        ReportProgress(0, m_total);
-        m_buffer.resize(kChunk);
-        for (const SourceFile& file : m_files) {
-            if (!(done = !IsCancelled() && CopyOne(file)))
-                break;
-        }
-    }
-    if (done) {
+    if (Prepare() && CopyAll()) {
         ReportProgress(m_total, m_total);
         return SchedulerProtocol::Succeeded;
     }
     if (m_reason.isEmpty() && IsCancelled()) {
         reason = QStringLiteral("The copy was cancelled after %1 of %2 bytes; the file being written was dropped.")
-                     .arg(m_done).arg(m_total);
+                     .arg(m_done)
+                     .arg(m_total);
         return SchedulerProtocol::Cancelled;
     }
     reason = m_reason;
     solution = m_solution;
     return SchedulerProtocol::Failed;
+}
+
+bool CopyJob::Prepare()
+{
+    QString reason;
+    if (!CopySettings::Parse(m_task.getOperationParameter(), m_settings, reason))
+        return Fail(reason, QStringLiteral("Edit the plan's parameter, then run it again."));
+    return CheckFolders() && Walk() && MakeFolders();
+}
+
+bool CopyJob::CopyAll()
+{
+    ReportProgress(0, m_total);
+    m_buffer.resize(kChunk);
+    for (const SourceFile& file : m_files) {
+        if (IsCancelled() || !CopyOne(file))
+            return false;
+    }
+    return true;
 }
 
 bool CopyJob::CheckFolders()

@@ -47,6 +47,8 @@ private:
         qint64 size;
     };
 
+    bool Prepare();
+    bool CopyAll();
     bool CheckFolders();
     bool Walk();
     bool MakeFolders();
