@@ -202,7 +202,7 @@ void tst_Operations::excludesLeaveOutNamesPathsAndFolders_data()
 
     QTest::newRow("name patterns match in every folder") << "*.tmp, .hidden" << R"((\.tmp|^\.hidden)$)";
     QTest::newRow("a folder's name leaves out all it holds") << "cache" << "^d1/cache/";
-    QTest::newRow("a relative path pattern matches from the top only") << "d3/s?" << "^d3/";
+    QTest::newRow("a relative path pattern leaves out the folders it names") << "d3/s?" << "^d3/";
     QTest::newRow("no pattern leaves out nothing") << "" << "^$";
 }
 
