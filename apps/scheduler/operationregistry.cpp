@@ -1,5 +1,6 @@
 #include "operationregistry.h"
 
+#include "copyjob.h"
 #include "protocol.h"
 
 namespace {
@@ -14,7 +15,7 @@ public:
     using RunJob::RunJob;
 
 protected:
-    quint64 Work(QString&) override { return SchedulerProtocol::Succeeded; }
+    quint64 Work(QString&, QString&) override { return SchedulerProtocol::Succeeded; }
 };
 
 // Fails at once; its parameter is the reason.
@@ -24,7 +25,7 @@ public:
     using RunJob::RunJob;
 
 protected:
-    quint64 Work(QString& reason) override
+    quint64 Work(QString& reason, QString&) override
     {
         reason = QString::fromUtf8(m_task.getOperationParameter());
         if (reason.isEmpty())
@@ -51,7 +52,7 @@ public:
     using RunJob::RunJob;
 
 protected:
-    quint64 Work(QString&) override
+    quint64 Work(QString&, QString&) override
     {
         int ms = kDefaultSleepMs;
         sleepMs(m_task.getOperationParameter(), ms);
@@ -96,6 +97,12 @@ OperationRegistry OperationRegistry::WithBuiltIns()
                            return false;
                        },
                        maker<SleepJob>()});
+    registry.Register({QStringLiteral("copy"), CopySettings::ParameterHelp(),
+                       [](const QByteArray& parameter, QString& reason) {
+                           CopySettings settings;
+                           return CopySettings::Parse(parameter, settings, reason);
+                       },
+                       maker<CopyJob>()});
     return registry;
 }
 

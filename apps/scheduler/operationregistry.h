@@ -20,7 +20,7 @@ public:
         std::function<RunJob*(const TaskAttribute& task)> create;
     };
 
-    // The registry with the built-in operations: "noop", "fail" and "sleep".
+    // The registry with the built-in operations: "noop", "fail", "sleep" and "copy".
     static OperationRegistry WithBuiltIns();
 
     void Register(const Operation& operation);

@@ -114,7 +114,9 @@ void RunController::Begin(Run run)
     connect(run.job, &RunJob::progress, this,
             [this, uuid](quint64 done, quint64 total) { onJobProgress(uuid, done, total); });
     connect(run.job, &RunJob::finished, this,
-            [this, uuid](quint64 outcome, const QString& reason) { onJobFinished(uuid, outcome, reason); });
+            [this, uuid](quint64 outcome, const QString& reason, const QString& solution) {
+                onJobFinished(uuid, outcome, reason, solution);
+            });
     m_running.insert(uuid, run);
     ServiceLog::Info(QStringLiteral("Run started: %1 %2 (%3).").arg(plan.getPlanName(), uuid, reasonText(run.reason)));
     emit runStarted(uuid);
@@ -132,13 +134,14 @@ void RunController::onJobProgress(const QString& planUuid, quint64 done, quint64
     m_store.SetVolatile(plan);
 }
 
-void RunController::onJobFinished(const QString& planUuid, quint64 outcome, const QString& reason)
+void RunController::onJobFinished(const QString& planUuid, quint64 outcome, const QString& reason,
+                                  const QString& solution)
 {
     if (!m_running.contains(planUuid))
         return;
     const Run run = m_running.take(planUuid);
     run.job->deleteLater();
-    End(run, outcome, reason, solutionFor(outcome));
+    End(run, outcome, reason, solution.isEmpty() ? solutionFor(outcome) : solution);
     Pump();
 }
 

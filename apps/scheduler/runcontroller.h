@@ -57,7 +57,7 @@ private:
     void Pump();
     void Begin(Run run);
     void onJobProgress(const QString& planUuid, quint64 done, quint64 total);
-    void onJobFinished(const QString& planUuid, quint64 outcome, const QString& reason);
+    void onJobFinished(const QString& planUuid, quint64 outcome, const QString& reason, const QString& solution);
     void End(const Run& run, quint64 outcome, const QString& reason, const QString& solution);
 
     PlanStore& m_store;

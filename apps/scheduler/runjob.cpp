@@ -24,10 +24,11 @@ void RunJob::Start()
         return;
     m_thread = QThread::create([this] {
         QString reason;
-        quint64 outcome = Work(reason);
+        QString solution;
+        quint64 outcome = Work(reason, solution);
         if (IsCancelled() && outcome != SchedulerProtocol::Failed)
             outcome = SchedulerProtocol::Cancelled;
-        emit finished(outcome, reason);
+        emit finished(outcome, reason, solution);
     });
     m_thread->setObjectName(QStringLiteral("run ") + m_task.getTaskName());
     m_thread->start();

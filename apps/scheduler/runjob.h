@@ -32,12 +32,14 @@ public:
 
 signals:
     void progress(quint64 done, quint64 total);
-    // Emitted once, from the job's thread, after Work returned. outcome is a RunOutcome.
-    void finished(quint64 outcome, const QString& reason);
+    // Emitted once, from the job's thread, after Work returned. outcome is a RunOutcome;
+    // solution is what a user can do about a failure, empty when the job has no advice of its own.
+    void finished(quint64 outcome, const QString& reason, const QString& solution);
 
 protected:
-    // The operation itself, on the job's thread: returns a RunOutcome, with a reason when it failed.
-    virtual quint64 Work(QString& reason) = 0;
+    // The operation itself, on the job's thread: returns a RunOutcome, with a reason when it
+    // failed and, when it knows one, a solution the user can act on.
+    virtual quint64 Work(QString& reason, QString& solution) = 0;
     void ReportProgress(quint64 done, quint64 total) { emit progress(done, total); }
     // Sleeps up to ms milliseconds, waking at once on Cancel; true when cancelled.
     bool SleepUnlessCancelled(int ms);

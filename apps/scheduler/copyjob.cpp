@@ -1,0 +1,330 @@
+#include "copyjob.h"
+
+#include "operationparameters.h"
+#include "protocol.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QDirIterator>
+#include <QFileInfo>
+#include <QSaveFile>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace {
+
+constexpr qint64 kChunk = 1024 * 1024;
+
+const QString kExpected = QStringLiteral(
+    "copy wants source=FOLDER and destination=FOLDER lines (exclude=PATTERNS is optional).");
+const QString kExcludeHint = QStringLiteral("or leave it out with exclude=PATTERN");
+
+QString joined(const QString& root, const QString& relativePath)
+{
+    if (relativePath.isEmpty())
+        return root;
+    return root.endsWith(QLatin1Char('/')) ? root + relativePath : root + QLatin1Char('/') + relativePath;
+}
+
+// True when inner is outer or lies below it (both clean absolute paths).
+bool isWithin(const QString& inner, const QString& outer)
+{
+    const QString prefix = outer.endsWith(QLatin1Char('/')) ? outer : outer + QLatin1Char('/');
+    return inner == outer || inner.startsWith(prefix);
+}
+
+// The permissions of the file itself: the "User" flags say what this process may do, not the mode.
+QFileDevice::Permissions modeOf(const QFileInfo& info)
+{
+    return info.permissions() & ~(QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser);
+}
+
+} // namespace
+
+QString CopySettings::ParameterHelp()
+{
+    return QStringLiteral("source=FOLDER and destination=FOLDER lines (absolute; the destination must exist), "
+                          "optional exclude=PATTERNS (comma-separated wildcards on names or relative paths); "
+                          "mirrors the source, copying only what changed; can be cancelled");
+}
+
+bool CopySettings::Parse(const QByteArray& block, CopySettings& settings, QString& reason)
+{
+    OperationParameters parameters;
+    const QStringList keys{QStringLiteral("source"), QStringLiteral("destination"), QStringLiteral("exclude")};
+    if (!parameters.Parse(block, keys, reason)) {
+        reason += QLatin1Char(' ') + kExpected;
+        return false;
+    }
+    settings.source = parameters.Value(keys[0]);
+    settings.destination = parameters.Value(keys[1]);
+    if (settings.source.isEmpty() || settings.destination.isEmpty()) {
+        reason = kExpected;
+        return false;
+    }
+    for (const QString& path : {settings.source, settings.destination}) {
+        if (!QDir::isAbsolutePath(path)) {
+            reason = QStringLiteral("'%1' is not an absolute path. ").arg(path) + kExpected;
+            return false;
+        }
+    }
+    settings.source = QDir::cleanPath(settings.source);
+    settings.destination = QDir::cleanPath(settings.destination);
+    if (isWithin(settings.destination, settings.source)) {
+        reason = QStringLiteral("The destination %1 lies inside the source %2: each copy would copy the last one.")
+                     .arg(settings.destination, settings.source);
+        return false;
+    }
+    settings.excludes.clear();
+    for (const QString& pattern : parameters.Value(keys[2]).split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        const QRegularExpression expression(QRegularExpression::wildcardToRegularExpression(pattern.trimmed()));
+        if (!expression.isValid()) {
+            reason = QStringLiteral("'%1' is not a wildcard pattern. ").arg(pattern.trimmed()) + kExpected;
+            return false;
+        }
+        settings.excludes << expression;
+    }
+    return true;
+}
+
+bool CopySettings::IsExcluded(const QString& relativePath) const
+{
+    const QString name = relativePath.section(QLatin1Char('/'), -1);
+    return std::any_of(excludes.begin(), excludes.end(), [&](const QRegularExpression& expression) {
+        return expression.match(name).hasMatch() || expression.match(relativePath).hasMatch();
+    });
+}
+
+quint64 CopyJob::Work(QString& reason, QString& solution)
+{
+    m_copiedFiles = 0;
+    if (Prepare() && CopyAll()) {
+        ReportProgress(m_total, m_total);
+        return SchedulerProtocol::Succeeded;
+    }
+    if (m_reason.isEmpty() && IsCancelled()) {
+        reason = QStringLiteral("The copy was cancelled after %1 of %2 bytes; the file being written was dropped.")
+                     .arg(m_done)
+                     .arg(m_total);
+        return SchedulerProtocol::Cancelled;
+    }
+    reason = m_reason;
+    solution = m_solution;
+    return SchedulerProtocol::Failed;
+}
+
+bool CopyJob::Prepare()
+{
+    QString reason;
+    if (!CopySettings::Parse(m_task.getOperationParameter(), m_settings, reason))
+        return Fail(reason, QStringLiteral("Edit the plan's parameter, then run it again."));
+    return CheckFolders() && Walk() && MakeFolders();
+}
+
+bool CopyJob::CopyAll()
+{
+    ReportProgress(0, m_total);
+    m_buffer.resize(kChunk);
+    for (const SourceFile& file : m_files) {
+        if (IsCancelled() || !CopyOne(file))
+            return false;
+    }
+    return true;
+}
+
+bool CopyJob::CheckFolders()
+{
+    const QFileInfo source(m_settings.source);
+    const QFileInfo destination(m_settings.destination);
+    if (!source.isDir())
+        return Fail(QStringLiteral("The source folder %1 %2.")
+                        .arg(m_settings.source, source.exists() ? QStringLiteral("is not a folder")
+                                                                : QStringLiteral("does not exist")),
+                    QStringLiteral("Connect the drive that holds it, or correct source= in the plan's parameter, "
+                                   "then run the plan again."));
+    if (!destination.isDir())
+        return Fail(QStringLiteral("The destination folder %1 %2.")
+                        .arg(m_settings.destination, destination.exists() ? QStringLiteral("is not a folder")
+                                                                          : QStringLiteral("does not exist")),
+                    QStringLiteral("Connect the drive that holds it or create the folder (the copy does not, so "
+                                   "that a missing drive is not filled in its place), or correct destination= in "
+                                   "the plan's parameter, then run the plan again."));
+    if (isWithin(destination.canonicalFilePath(), source.canonicalFilePath()))
+        return Fail(QStringLiteral("The destination %1 lies inside the source %2 (through a link).")
+                        .arg(m_settings.destination, m_settings.source),
+                    QStringLiteral("Choose a destination outside the source folder, then run the plan again."));
+    return true;
+}
+
+// Lists the source folder by folder, parents first, leaving excluded folders unvisited.
+bool CopyJob::Walk()
+{
+    m_folders.clear();
+    m_files.clear();
+    m_total = 0;
+    m_done = 0;
+    m_lastRatio = 0;
+    QStringList pending{QString()};
+    while (!pending.isEmpty()) {
+        if (IsCancelled())
+            return false;
+        const QString folder = pending.takeFirst();
+        const QFileInfo info(joined(m_settings.source, folder));
+        if (!info.isReadable() || !info.isExecutable())
+            return FailReading(info.filePath(), QStringLiteral("Permission denied"));
+        QDirIterator entries(info.filePath(),
+                             QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden | QDir::NoSymLinks);
+        while (entries.hasNext()) {
+            entries.next();
+            const QFileInfo entry = entries.fileInfo();
+            const QString relativePath = folder.isEmpty() ? entry.fileName() : folder + QLatin1Char('/') + entry.fileName();
+            if (m_settings.IsExcluded(relativePath))
+                continue;
+            if (entry.isDir()) {
+                m_folders << relativePath;
+                pending << relativePath;
+            } else if (entry.isFile()) {
+                m_files.push_back({relativePath, entry.size()});
+                m_total += static_cast<quint64>(entry.size());
+            }
+        }
+    }
+    return true;
+}
+
+bool CopyJob::MakeFolders()
+{
+    for (const QString& folder : qAsConst(m_folders)) {
+        const QString path = joined(m_settings.destination, folder);
+        if (!QDir().mkpath(path))
+            return Fail(QStringLiteral("The folder %1 could not be made.").arg(path),
+                        QStringLiteral("Check that the destination can be written (permissions, a read-only "
+                                       "mount, free space) and that no file stands where the folder should be, "
+                                       "then run the plan again."));
+    }
+    return true;
+}
+
+bool CopyJob::CopyOne(const SourceFile& file)
+{
+    const QString from = joined(m_settings.source, file.relativePath);
+    const QString to = joined(m_settings.destination, file.relativePath);
+    const QFileInfo source(from);
+    if (!source.exists())
+        return Fail(QStringLiteral("%1 vanished during the copy.").arg(from),
+                    QStringLiteral("It was moved or deleted while the plan ran: run the plan again, %1.")
+                        .arg(kExcludeHint));
+    if (source.size() != file.size)
+        return FailChangedSize(from, file.size);
+    const QFileInfo target(to);
+    if (target.isFile() && target.size() == file.size
+        && target.lastModified().toSecsSinceEpoch() == source.lastModified().toSecsSinceEpoch()) {
+        AddDone(file.size);
+        return true;
+    }
+    // A save file refuses to replace a copy it may not write: a read-only source made it so.
+    if (target.isFile() && !target.isWritable())
+        QFile::setPermissions(to, modeOf(target) | QFileDevice::WriteOwner);
+    QFile in(from);
+    if (!in.open(QIODevice::ReadOnly))
+        return FailReading(from, in.errorString());
+    QSaveFile out(to);
+    if (!out.open(QIODevice::WriteOnly))
+        return FailWriting(to, out.errorString());
+    if (!Transfer(in, out, file)) {
+        out.cancelWriting();   // the temporary file goes with out; the copy under the real name stays as it was
+        return false;
+    }
+    if (!out.commit())
+        return FailWriting(to, out.errorString());
+    ++m_copiedFiles;
+    return KeepAttributes(from, to);
+}
+
+bool CopyJob::Transfer(QFile& in, QSaveFile& out, const SourceFile& file)
+{
+    qint64 left = file.size;
+    while (left > 0) {
+        if (IsCancelled())
+            return false;
+        const qint64 read = in.read(m_buffer.data(), qMin(left, kChunk));
+        if (read < 0)
+            return FailReading(in.fileName(), in.errorString());
+        if (read == 0)
+            return FailChangedSize(in.fileName(), file.size);
+        if (out.write(m_buffer.constData(), read) != read)
+            return FailWriting(out.fileName(), out.errorString());
+        left -= read;
+        AddDone(read);
+    }
+    char more = 0;
+    if (in.read(&more, 1) != 0)
+        return FailChangedSize(in.fileName(), file.size);
+    return true;
+}
+
+bool CopyJob::KeepAttributes(const QString& from, const QString& to)
+{
+    const QFileInfo source(from);
+    QFile copy(to);
+    if (!copy.open(QIODevice::ReadOnly)
+        || !copy.setFileTime(source.lastModified(), QFileDevice::FileModificationTime)
+        || !copy.setPermissions(modeOf(source)))
+        return FailWriting(to, copy.errorString());
+    return true;
+}
+
+void CopyJob::AddDone(qint64 bytes)
+{
+    m_done += static_cast<quint64>(bytes);
+    int total = 0;
+    int current = 0;
+    if (!CommonTools::CalculateProgress(m_total, m_done, total, current, m_lastRatio))
+        return;
+    m_lastRatio = static_cast<float>(current) / static_cast<float>(total);
+    ReportProgress(m_done, m_total);
+}
+
+bool CopyJob::Fail(const QString& reason, const QString& solution)
+{
+    m_reason = reason;
+    m_solution = solution;
+    return false;
+}
+
+bool CopyJob::FailReading(const QString& path, const QString& error)
+{
+    if (!QFileInfo::exists(path))
+        return Fail(QStringLiteral("%1 vanished during the copy.").arg(path),
+                    QStringLiteral("It was moved or deleted while the plan ran: run the plan again, %1.")
+                        .arg(kExcludeHint));
+    return Fail(QStringLiteral("%1 could not be read: %2.").arg(path, error),
+                QStringLiteral("Give the service's user read permission on %1, %2, then run the plan again.")
+                    .arg(path, kExcludeHint));
+}
+
+bool CopyJob::FailWriting(const QString& path, const QString& error)
+{
+    if (error == qt_error_string(ENOSPC) || error == qt_error_string(EDQUOT))
+        return Fail(QStringLiteral("%1 could not be written: the destination disk is full (%2).").arg(path, error),
+                    QStringLiteral("Free space on the destination disk or choose a larger one, then run the plan "
+                                   "again."));
+    if (error == qt_error_string(EROFS))
+        return Fail(QStringLiteral("%1 could not be written: the destination is read-only (%2).").arg(path, error),
+                    QStringLiteral("Mount the destination writable or choose another one, then run the plan again."));
+    return Fail(QStringLiteral("%1 could not be written: %2.").arg(path, error),
+                QStringLiteral("Check that the service's user may write the destination folder and that it is "
+                               "neither read-only nor full, then run the plan again."));
+}
+
+bool CopyJob::FailChangedSize(const QString& path, qint64 expected)
+{
+    return Fail(QStringLiteral("%1 changed size during the copy (%2 bytes when the copy began, %3 now).")
+                    .arg(path)
+                    .arg(expected)
+                    .arg(QFileInfo(path).size()),
+                QStringLiteral("It is being written while the plan runs: run the plan again when it is not in "
+                               "use, %1.")
+                    .arg(kExcludeHint));
+}

@@ -1,0 +1,30 @@
+#include "operationparameters.h"
+
+#include <QRegularExpression>
+
+bool OperationParameters::Parse(const QByteArray& block, const QStringList& knownKeys, QString& reason)
+{
+    m_values.clear();
+    static const QRegularExpression separators(QStringLiteral("[\\r\\n;]"));
+    const QStringList pieces = QString::fromUtf8(block).split(separators, Qt::SkipEmptyParts);
+    for (const QString& piece : pieces) {
+        if (piece.trimmed().isEmpty())
+            continue;
+        const int equals = piece.indexOf(QLatin1Char('='));
+        const QString key = piece.left(equals).trimmed();
+        if (equals < 0 || key.isEmpty()) {
+            reason = QStringLiteral("'%1' is not a key=value pair.").arg(piece.trimmed());
+            return false;
+        }
+        if (!knownKeys.contains(key)) {
+            reason = QStringLiteral("'%1' is not a known key.").arg(key);
+            return false;
+        }
+        if (m_values.contains(key)) {
+            reason = QStringLiteral("'%1' is given twice.").arg(key);
+            return false;
+        }
+        m_values.insert(key, piece.mid(equals + 1).trimmed());
+    }
+    return true;
+}

@@ -1,0 +1,23 @@
+#ifndef BACKUPFRAME_SCHEDULER_OPERATIONPARAMETERS_H
+#define BACKUPFRAME_SCHEDULER_OPERATIONPARAMETERS_H
+
+#include <QByteArray>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+
+// A task's parameter block read as key=value pairs, one a line or several on a line
+// separated by ';'. Keys and values are trimmed; a value may itself hold '='.
+class OperationParameters
+{
+public:
+    // False with a reason when a piece has no key, a key is given twice or is not one of knownKeys.
+    bool Parse(const QByteArray& block, const QStringList& knownKeys, QString& reason);
+
+    QString Value(const QString& key) const { return m_values.value(key); }
+
+private:
+    QMap<QString, QString> m_values;
+};
+
+#endif

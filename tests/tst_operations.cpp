@@ -1,0 +1,349 @@
+// The copy operation on real folders: a mirror byte for byte with times and permissions, a
+// second run that writes only what changed, excludes, a cancel that leaves nothing half
+// written, and every failure with a reason and a solution of its own.
+#include "copyjob.h"
+#include "operationregistry.h"
+#include "schedulerservice.h"
+
+#include <QDirIterator>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <functional>
+
+namespace {
+
+using Hook = std::function<void(RunJob* job, quint64 done)>;
+constexpr QFileDevice::Permissions kUserFlags = QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser;
+
+struct Result {
+    quint64 outcome = ~quint64(0);
+    QString reason;
+    QString solution;
+    QList<QPair<quint64, quint64>> progress;
+    int copied = -1;
+};
+
+QByteArray parameter(const QString& source, const QString& destination, const QString& exclude = QString())
+{
+    return QStringLiteral("source=%1\n destination = %2 ;exclude=%3").arg(source, destination, exclude).toUtf8();
+}
+
+void writeFile(const QString& path, const QByteArray& content, const QDateTime& time,
+               QFileDevice::Permissions permissions = QFileDevice::ReadOwner | QFileDevice::WriteOwner)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    QVERIFY2(file.open(QIODevice::WriteOnly) && file.write(content) == content.size(), qPrintable(path));
+    QVERIFY(file.setFileTime(time, QFileDevice::FileModificationTime));
+    QVERIFY(file.setPermissions(permissions));
+}
+
+// Twenty MiB and a bit, no two neighbouring MiB alike.
+QByteArray bigContent()
+{
+    QByteArray big(20 * 1024 * 1024 + 12345, Qt::Uninitialized);
+    for (int i = 0; i < big.size(); ++i)
+        big[i] = static_cast<char>((quint32(i) * 2654435761u) >> 24);
+    return big;
+}
+
+// A few dozen small files in two levels of folders, with assorted times and modes; a big one on request.
+void makeTree(const QString& root, bool withBigFile)
+{
+    const QFileDevice::Permissions modes[] = {QFileDevice::ReadOwner | QFileDevice::WriteOwner,
+                                              QFileDevice::ReadOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther,
+                                              QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner
+                                                  | QFileDevice::ExeGroup};
+    const QDateTime base(QDate(2021, 3, 4), QTime(5, 6, 7));
+    for (int i = 0; i < 36; ++i)
+        writeFile(QStringLiteral("%1/d%2/s%3/f%4.%5").arg(root).arg(i % 4).arg(i % 3).arg(i).arg(i % 5 ? "txt" : "tmp"),
+                  QByteArray::number(i * 7919).repeated(i * 37 + 1), base.addSecs(i * 3601), modes[i % 3]);
+    writeFile(root + QStringLiteral("/.hidden"), "dot", base);
+    writeFile(root + QStringLiteral("/d1/cache/blob"), "cached", base);
+    QDir().mkpath(root + QStringLiteral("/empty"));
+    if (withBigFile)
+        writeFile(root + QStringLiteral("/big.bin"), bigContent(), base.addDays(-1));
+}
+
+// Every file below root (hidden ones too), relative and sorted.
+QStringList filesBelow(const QString& root)
+{
+    QStringList files;
+    QDirIterator it(root, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (it.hasNext())
+        files << QDir(root).relativeFilePath(it.next());
+    files.sort();
+    return files;
+}
+
+} // namespace
+
+class tst_Operations : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void mirrorsTheTreeWithTimesAndPermissions();
+    void aSecondRunCopiesOnlyWhatChanged_data();
+    void aSecondRunCopiesOnlyWhatChanged();
+    void excludesLeaveOutNamesPathsAndFolders_data();
+    void excludesLeaveOutNamesPathsAndFolders();
+    void runsThatDoNotSucceedSayWhyAndLeaveNoPartialFile_data();
+    void runsThatDoNotSucceedSayWhyAndLeaveNoPartialFile();
+    void parametersAreChecked_data();
+    void parametersAreChecked();
+    void aJobsOwnSolutionReachesTheJournal_data();
+    void aJobsOwnSolutionReachesTheJournal();
+
+private:
+    Result Run(const QByteArray& parameter, const Hook& hook = Hook());
+    QString Source() const { return m_dir->filePath(QStringLiteral("source")); }
+    QString Destination() const { return m_dir->filePath(QStringLiteral("destination")); }
+
+    std::unique_ptr<QTemporaryDir> m_dir;   // holds source, destination and whatever a row needs beside them
+    const OperationRegistry m_registry = OperationRegistry::WithBuiltIns();
+};
+
+void tst_Operations::init()
+{
+    m_dir.reset(new QTemporaryDir);
+    QVERIFY(m_dir->isValid());
+    QVERIFY(QDir().mkpath(Source()) && QDir().mkpath(Destination()));
+}
+
+Result tst_Operations::Run(const QByteArray& parameter, const Hook& hook)
+{
+    TaskAttribute task;
+    task.setOperationRegisterName(QStringLiteral("copy"));
+    task.setOperationParameter(parameter);
+    std::unique_ptr<RunJob> job(m_registry.Create(task));
+    Result result;
+    bool finished = false;
+    connect(job.get(), &RunJob::progress, this, [&](quint64 done, quint64 total) { result.progress << qMakePair(done, total); });
+    connect(job.get(), &RunJob::finished, this, [&](quint64 outcome, const QString& reason, const QString& solution) {
+        result.outcome = outcome;
+        result.reason = reason;
+        result.solution = solution;
+        finished = true;
+    });
+    if (hook)
+        connect(job.get(), &RunJob::progress, job.get(),
+                [&](quint64 done) { hook(job.get(), done); }, Qt::DirectConnection);
+    job->Start();
+    if (!QTest::qWaitFor([&] { return finished; }, 60000))
+        qWarning("the copy did not finish");
+    job->Wait();
+    result.copied = static_cast<CopyJob*>(job.get())->CopiedFiles();
+    return result;
+}
+
+void tst_Operations::mirrorsTheTreeWithTimesAndPermissions()
+{
+    makeTree(Source(), true);
+    const Result result = Run(parameter(Source(), Destination()));
+    QCOMPARE(result.outcome, quint64(SchedulerProtocol::Succeeded));
+    QCOMPARE(filesBelow(Destination()), filesBelow(Source()));
+    QVERIFY(QFileInfo(Destination() + QStringLiteral("/empty")).isDir());
+    quint64 bytes = 0;
+    for (const QString& name : filesBelow(Source())) {
+        QFile from(Source() + '/' + name), to(Destination() + '/' + name);
+        QVERIFY(from.open(QIODevice::ReadOnly) && to.open(QIODevice::ReadOnly));
+        QVERIFY2(from.readAll() == to.readAll(), qPrintable(name));
+        const QFileInfo source(from), copy(to);
+        QCOMPARE(copy.lastModified(), source.lastModified());
+        QCOMPARE(copy.permissions() & ~kUserFlags, source.permissions() & ~kUserFlags);
+        bytes += quint64(source.size());
+    }
+    QVERIFY(result.progress.size() > 2);
+    for (int i = 1; i < result.progress.size(); ++i) {
+        QVERIFY(result.progress[i].first >= result.progress[i - 1].first);
+        QCOMPARE(result.progress[i].second, bytes);
+    }
+    QCOMPARE(result.progress.last(), qMakePair(bytes, bytes));
+}
+
+void tst_Operations::aSecondRunCopiesOnlyWhatChanged_data()
+{
+    QTest::addColumn<int>("change");   // 0 none, 1 a new modification time, 2 a byte more at the same time
+    QTest::addColumn<int>("copied");
+
+    QTest::newRow("an unchanged tree is written not at all") << 0 << 0;
+    QTest::newRow("a file with a new modification time is copied again") << 1 << 1;
+    QTest::newRow("a file of another size but the same time is copied again") << 2 << 1;
+}
+
+void tst_Operations::aSecondRunCopiesOnlyWhatChanged()
+{
+    QFETCH(int, change);
+    QFETCH(int, copied);
+    makeTree(Source(), false);
+    QCOMPARE(Run(parameter(Source(), Destination())).copied, filesBelow(Source()).size());
+    const QString changed = Source() + QStringLiteral("/d2/s2/f2.txt");
+    QFile file(changed);
+    const QDateTime time = QFileInfo(file).lastModified();
+    QVERIFY(file.open(QIODevice::Append));
+    if (change == 2)
+        file.write("+");
+    QVERIFY(file.setFileTime(time.addSecs(change == 1 ? 1 : 0), QFileDevice::FileModificationTime));
+    file.close();
+    const Result second = Run(parameter(Source(), Destination()));
+    QCOMPARE(second.outcome, quint64(SchedulerProtocol::Succeeded));
+    QCOMPARE(second.copied, copied);
+    QCOMPARE(QFileInfo(Destination() + QStringLiteral("/d2/s2/f2.txt")).size(), QFileInfo(changed).size());
+    QCOMPARE(second.progress.last().first, second.progress.last().second);
+}
+
+void tst_Operations::excludesLeaveOutNamesPathsAndFolders_data()
+{
+    QTest::addColumn<QString>("exclude");
+    QTest::addColumn<QString>("leftOut");   // a regular expression on the relative paths that must be missing
+
+    QTest::newRow("name patterns match in every folder") << "*.tmp, .hidden" << R"((\.tmp|^\.hidden)$)";
+    QTest::newRow("a folder's name leaves out all it holds") << "cache" << "^d1/cache/";
+    QTest::newRow("a relative path pattern leaves out the folders it names") << "d3/s?" << "^d3/";
+    QTest::newRow("no pattern leaves out nothing") << "" << "^$";
+}
+
+void tst_Operations::excludesLeaveOutNamesPathsAndFolders()
+{
+    QFETCH(QString, exclude);
+    QFETCH(QString, leftOut);
+    makeTree(Source(), false);
+    QCOMPARE(Run(parameter(Source(), Destination(), exclude)).outcome, quint64(SchedulerProtocol::Succeeded));
+    const QStringList all = filesBelow(Source());
+    const QStringList expected = all.filter(QRegularExpression(QStringLiteral("^(?!.*(%1))").arg(leftOut)));
+    QVERIFY(expected.size() < all.size() || exclude.isEmpty());
+    QCOMPARE(filesBelow(Destination()), expected);
+}
+
+void tst_Operations::runsThatDoNotSucceedSayWhyAndLeaveNoPartialFile_data()
+{
+    QTest::addColumn<QString>("source");
+    QTest::addColumn<QString>("destination");
+    QTest::addColumn<int>("change");   // on the big file's first progress: 0 none, 1 cancel, 2 shrink it, 3 delete the next file
+    QTest::addColumn<quint64>("outcome");
+    QTest::addColumn<QString>("reason");     // %1 the temporary folder
+    QTest::addColumn<QString>("solution");   // empty: the job has none of its own
+    QTest::addColumn<QStringList>("copied");
+
+    const quint64 failed = SchedulerProtocol::Failed;
+    QTest::newRow("a cancel drops the file being written") << "source" << "destination" << 1
+        << quint64(SchedulerProtocol::Cancelled) << "cancelled" << "" << QStringList();
+    QTest::newRow("a file that shrinks fails on its size") << "source" << "destination" << 2 << failed
+        << "%1/source/big.bin changed size" << "not in use" << QStringList();
+    QTest::newRow("a file that vanishes fails by name") << "source" << "destination" << 3 << failed
+        << "%1/source/later/small vanished" << "run the plan again" << QStringList{"big.bin"};
+    QTest::newRow("a missing source") << "missing" << "destination" << 0 << failed
+        << "source folder %1/missing does not exist" << "correct source=" << QStringList();
+    QTest::newRow("a missing destination is not made") << "source" << "missing" << 0 << failed
+        << "destination folder %1/missing does not exist" << "create the folder" << QStringList();
+    QTest::newRow("a destination that is a file") << "source" << "file" << 0 << failed
+        << "destination folder %1/file is not a folder" << "correct destination=" << QStringList();
+    QTest::newRow("a file where a subfolder should be") << "source" << "blocked" << 0 << failed
+        << "folder %1/blocked/later could not" << "no file stands where" << QStringList();
+}
+
+void tst_Operations::runsThatDoNotSucceedSayWhyAndLeaveNoPartialFile()
+{
+    QFETCH(QString, source);
+    QFETCH(QString, destination);
+    QFETCH(int, change);
+    QFETCH(quint64, outcome);
+    QFETCH(QString, reason);
+    QFETCH(QString, solution);
+    QFETCH(QStringList, copied);
+    writeFile(Source() + QStringLiteral("/big.bin"), bigContent(), QDateTime::currentDateTime());
+    writeFile(Source() + QStringLiteral("/later/small"), "small", QDateTime::currentDateTime());
+    writeFile(m_dir->filePath(QStringLiteral("file")), "x", QDateTime::currentDateTime());
+    writeFile(m_dir->filePath(QStringLiteral("blocked/later")), "x", QDateTime::currentDateTime());
+    // Files of the top folder are copied before those of its subfolders.
+    const Result result = Run(parameter(m_dir->filePath(source), m_dir->filePath(destination)),
+                              [&](RunJob* job, quint64 done) {
+        if (done == 0 || done > 2 * 1024 * 1024)
+            return;
+        if (change == 1)
+            job->Cancel();
+        else if (change == 2)
+            QFile::resize(Source() + QStringLiteral("/big.bin"), 100);
+        else if (change == 3)
+            QFile::remove(Source() + QStringLiteral("/later/small"));
+    });
+    QCOMPARE(result.outcome, outcome);
+    QVERIFY2(result.reason.contains(reason.replace("%1", m_dir->path())), qPrintable(result.reason));
+    QVERIFY2(solution.isEmpty() ? result.solution.isEmpty() : result.solution.contains(solution),
+             qPrintable(result.solution));
+    QCOMPARE(filesBelow(Destination()), copied);
+    QVERIFY(!QFileInfo::exists(m_dir->filePath(QStringLiteral("missing"))));
+}
+
+void tst_Operations::parametersAreChecked_data()
+{
+    QTest::addColumn<QByteArray>("parameter");
+    QTest::addColumn<QString>("reason");   // empty: accepted
+
+    QTest::newRow("lines with spaces and an exclude") << QByteArray("source = /a\r\ndestination=/b\nexclude=*.o,x") << "";
+    QTest::newRow("pairs separated by semicolons") << QByteArray("source=/a;destination=/b/;") << "";
+    QTest::newRow("a destination beside the source with a common prefix") << QByteArray("source=/a;destination=/ab") << "";
+    QTest::newRow("an empty block") << QByteArray() << "copy wants source=FOLDER and destination=FOLDER lines";
+    QTest::newRow("an empty destination") << QByteArray("source=/a\ndestination=") << "copy wants";
+    QTest::newRow("an unknown key") << QByteArray("source=/a;target=/b") << "'target' is not a known key. copy wants";
+    QTest::newRow("a line without a value") << QByteArray("source=/a;destination=/b;/c") << "'/c' is not a key=value";
+    QTest::newRow("a key given twice") << QByteArray("source=/a;source=/c;destination=/b") << "'source' is given twice";
+    QTest::newRow("a relative source") << QByteArray("source=a;destination=/b") << "'a' is not an absolute path";
+    QTest::newRow("a destination inside the source") << QByteArray("source=/a;destination=/a/./b/") << "lies inside";
+    QTest::newRow("a broken wildcard") << QByteArray("source=/a;destination=/b;exclude=[") << "'[' is not a wildcard";
+}
+
+void tst_Operations::parametersAreChecked()
+{
+    QFETCH(QByteArray, parameter);
+    QFETCH(QString, reason);
+    TaskAttribute task;
+    task.setOperationRegisterName(QStringLiteral("copy"));
+    task.setOperationParameter(parameter);
+    QString refused;
+    QCOMPARE(m_registry.Validate(task, refused), reason.isEmpty());
+    QVERIFY2(refused.contains(reason), qPrintable(refused));
+}
+
+void tst_Operations::aJobsOwnSolutionReachesTheJournal_data()
+{
+    QTest::addColumn<QString>("operation");
+    QTest::addColumn<QString>("solution");
+    QTest::newRow("a copy's own solution") << "copy" << "Connect the drive that holds it";
+    QTest::newRow("the general one for a job without") << "fail" << "Check the plan's operation";
+}
+
+void tst_Operations::aJobsOwnSolutionReachesTheJournal()
+{
+    QFETCH(QString, operation);
+    QFETCH(QString, solution);
+    SchedulerDatabase database;
+    QVERIFY(database.Init(m_dir->filePath(QStringLiteral("plans.db"))));
+    QString error;
+    QVERIFY2(database.PrepareRunTable(error), qPrintable(error));
+    SchedulerService::Settings settings;
+    settings.emailFile = m_dir->filePath(QStringLiteral("email.ini"));
+    const Clock clock;
+    SchedulerService service(database, settings, clock);
+    QVERIFY(service.Start());
+    RequestNewOperationData data;
+    data.getObjectTaskAttribute().setOperationRegisterName(operation);
+    data.getObjectTaskAttribute().setOperationParameter(parameter(m_dir->filePath("gone"), Destination()));
+    QString uuid;
+    QCOMPARE(service.CreatePlan(QStringLiteral("copy"), data, uuid), SchedulerProtocol::NoError);
+    QCOMPARE(service.RunNow(uuid), SchedulerProtocol::NoError);
+    QList<JournalAttribute> journals;
+    const auto journaled = [&] {
+        journals.clear();
+        return service.LoadJournals(uuid, journals) == SchedulerProtocol::NoError && journals.size() == 1;
+    };
+    QVERIFY(QTest::qWaitFor(journaled, 10000));
+    QVERIFY2(journals.first().getSolution().startsWith(solution), qPrintable(journals.first().getSolution()));
+    QTRY_VERIFY_WITH_TIMEOUT(!service.IsBusy(uuid), 5000);
+}
+
+QTEST_GUILESS_MAIN(tst_Operations)
+#include "tst_operations.moc"
