@@ -60,6 +60,15 @@ agent journals "Quick check"
 say "the journal of 'Documents nightly'"
 agent journals "Documents nightly"
 
+say "backing up a generated folder with 'copy' and waiting for the end"
+mkdir -p "$data_dir/documents/letters" "$data_dir/backup"
+for i in 1 2 3; do head -c 200000 /dev/urandom > "$data_dir/documents/letters/letter$i.bin"; done
+echo "A file to keep." > "$data_dir/documents/notes.txt"
+agent new "Documents backup" copy "source=$data_dir/documents;destination=$data_dir/backup"
+agent run --wait "Documents backup"
+agent show "Documents backup"
+diff -r "$data_dir/documents" "$data_dir/backup" && echo "the backup equals the folder, file for file"
+
 say "deleting 'Photos weekly'"
 agent delete "Photos weekly"
 
