@@ -1,16 +1,22 @@
 #ifndef BACKUPFRAME_COMMUNTESTSUPPORT_H
 #define BACKUPFRAME_COMMUNTESTSUPPORT_H
 
-// Shared by the transport tests: a capture of the file log, unique endpoint names and the
-// global "transport" column that runs every test once over local sockets and once over TCP.
+// Shared by the transport tests: a capture of the file log, unique endpoint names, the global
+// "transport" column that runs every test once over local sockets and once over TCP, and
+// plain sockets of the current transport.
 
 #include <backupframe.h>
 
 #include <QAtomicInt>
 #include <QCoreApplication>
+#include <QLocalSocket>
 #include <QMutex>
 #include <QStringList>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTest>
+
+#include <memory>
 
 #include <log4cpp/AppenderSkeleton.hh>
 #include <log4cpp/Category.hh>
@@ -34,16 +40,8 @@ public:
     bool requiresLayout() const override { return false; }
     void setLayout(log4cpp::Layout*) override {}
 
-    QStringList lines()
-    {
-        QMutexLocker locker(&m_mutex);
-        return m_lines;
-    }
-    void clear()
-    {
-        QMutexLocker locker(&m_mutex);
-        m_lines.clear();
-    }
+    QStringList lines() { QMutexLocker locker(&m_mutex); return m_lines; }
+    void clear() { QMutexLocker locker(&m_mutex); m_lines.clear(); }
 
 protected:
     void _append(const log4cpp::LoggingEvent& event) override
@@ -77,6 +75,38 @@ inline quint64 currentProtocol()
 {
     const QString transport = *static_cast<QString*>(QTest::qGlobalData("transport", qMetaTypeId<QString>()));
     return transport == QLatin1String("tcp") ? CommunAttribute::TcpProtocol : CommunAttribute::LocalProtocol;
+}
+
+inline bool isTcp()
+{
+    return currentProtocol() == CommunAttribute::TcpProtocol;
+}
+
+// A plain socket of the current transport connected to the local name or to the TCP port on
+// 127.0.0.1; null if it did not connect within 5 s.
+inline std::unique_ptr<QIODevice> connectedSocket(const QString& name, quint16 port)
+{
+    if (isTcp()) {
+        auto socket = std::make_unique<QTcpSocket>();
+        socket->connectToHost(QHostAddress::LocalHost, port);
+        return socket->waitForConnected(5000) ? std::move(socket) : nullptr;
+    }
+    auto socket = std::make_unique<QLocalSocket>();
+    socket->connectToServer(name);
+    return socket->waitForConnected(5000) ? std::move(socket) : nullptr;
+}
+
+// An endpoint of the current transport nobody serves: a fresh name, or a TCP port that was
+// free a moment ago and is closed now.
+inline CommunAttribute unservedEndpoint()
+{
+    CommunAttribute endpoint;
+    endpoint.setProtocolType(currentProtocol());
+    endpoint.setDestSvrNameIp(isTcp() ? QStringLiteral("127.0.0.1") : uniqueName("nobody"));
+    QTcpServer probe;
+    if (isTcp() && probe.listen(QHostAddress::LocalHost, 0))
+        endpoint.setDestPort(probe.serverPort());
+    return endpoint;
 }
 
 } // namespace communtest

@@ -4,14 +4,9 @@
 
 #include <QDataStream>
 #include <QLocalServer>
-#include <QLocalSocket>
 #include <QScopeGuard>
 #include <QSignalSpy>
-#include <QTcpServer>
-#include <QTcpSocket>
 #include <QtTest>
-
-#include <memory>
 
 using namespace communtest;
 
@@ -56,27 +51,15 @@ QList<QByteArray> emissions(int count, int kept)
 class SocketPair
 {
 public:
-    bool open(quint64 protocol)
+    bool open()
     {
-        if (protocol == CommunAttribute::LocalProtocol) {
-            auto* writer = new QLocalSocket;
-            m_writer.reset(writer);
-            if (!m_localServer.listen(uniqueName("framing")))
-                return false;
-            writer->connectToServer(m_localServer.serverName());
-            if (!writer->waitForConnected(5000) || !m_localServer.waitForNewConnection(5000))
-                return false;
-            m_reader = m_localServer.nextPendingConnection();
-        } else {
-            auto* writer = new QTcpSocket;
-            m_writer.reset(writer);
-            if (!m_tcpServer.listen(QHostAddress::LocalHost, 0))
-                return false;
-            writer->connectToHost(QHostAddress::LocalHost, m_tcpServer.serverPort());
-            if (!writer->waitForConnected(5000) || !m_tcpServer.waitForNewConnection(5000))
-                return false;
-            m_reader = m_tcpServer.nextPendingConnection();
-        }
+        if (!(isTcp() ? m_tcpServer.listen(QHostAddress::LocalHost, 0) : m_localServer.listen(uniqueName("framing"))))
+            return false;
+        m_writer = connectedSocket(m_localServer.serverName(), m_tcpServer.serverPort());
+        if (!m_writer || !(isTcp() ? m_tcpServer.waitForNewConnection(5000) : m_localServer.waitForNewConnection(5000)))
+            return false;
+        m_reader = isTcp() ? static_cast<QIODevice*>(m_tcpServer.nextPendingConnection())
+                           : m_localServer.nextPendingConnection();
         return m_reader != nullptr;
     }
 
@@ -176,7 +159,7 @@ void tst_Framing::receive()
     const auto restore = qScopeGuard([] { CommunObject::SetEmitBufferLimit(CommunObject::kDefaultEmitBufferLimit); });
 
     SocketPair pair;
-    QVERIFY2(pair.open(currentProtocol()), "socket pair did not connect");
+    QVERIFY2(pair.open(), "socket pair did not connect");
     CommunObject framing;
     QSignalSpy spy(&framing, &CommunObject::readyReadBytes);
     SocketSinkData sink;
@@ -205,7 +188,7 @@ void tst_Framing::receive()
 void tst_Framing::sendListWritesOnePackageAtATime()
 {
     SocketPair pair;
-    QVERIFY(pair.open(currentProtocol()));
+    QVERIFY(pair.open());
     CommunObject framing;
     QList<SocketSinkData*> list;
     QList<qint64> reports;
