@@ -21,18 +21,28 @@ using namespace communtest;
 
 namespace {
 
+// Carries a function to another thread through a queued signal: the sanitizer support
+// orders an emission before its delivery, and the signal goes only once all is set up.
+class Caller : public QObject
+{
+    Q_OBJECT
+
+signals:
+    void call();
+};
+
 // Runs the function on the object's thread (not the caller's); waits for it unless told not to.
-// The wait is on a semaphore of ours, which the sanitizer build sees, not on Qt's blocking call.
 template <typename F>
 void runOn(QObject* object, F function, bool wait = true)
 {
     QSemaphore done;
-    tsanRelease();
-    QMetaObject::invokeMethod(object, [function, &done, wait] {
+    Caller caller;
+    QObject::connect(&caller, &Caller::call, object, [function, &done, wait] {
         function();
         if (wait)
             done.release();
     }, Qt::QueuedConnection);
+    emit caller.call();
     if (wait)
         done.acquire();
 }
