@@ -54,9 +54,12 @@ private slots:
     void aPlanStillRunningWhenDueIsSkipped();
     void runsQueueBehindTheParallelLimit();
     void listingKeepsCreationOrderWithinOneSecond();
+    void journalsArePrunedAfterEachRun_data();
+    void journalsArePrunedAfterEachRun();
 
 private:
-    std::unique_ptr<SchedulerService> Service(const Clock& clock, int missedRule = 2, int parallel = 1);
+    std::unique_ptr<SchedulerService> Service(const Clock& clock, int missedRule = 2, int parallel = 1,
+                                              int keepDays = 0, int keepPerPlan = 0);
     QList<JournalAttribute> Journals(SchedulerService& service, const QString& planUuid = QString());
 
     std::unique_ptr<QTemporaryDir> m_dir;
@@ -83,9 +86,12 @@ void tst_Scheduler::cleanup()
     m_dir.reset();
 }
 
-std::unique_ptr<SchedulerService> tst_Scheduler::Service(const Clock& clock, int missedRule, int parallel)
+std::unique_ptr<SchedulerService> tst_Scheduler::Service(const Clock& clock, int missedRule, int parallel,
+                                                        int keepDays, int keepPerPlan)
 {
     SchedulerService::Settings settings;
+    settings.journalKeepDays = keepDays;
+    settings.journalKeepPerPlan = keepPerPlan;
     settings.missedRule = missedRule;
     settings.parallelRuns = parallel;
     settings.emailFile = m_dir->filePath(QStringLiteral("email.ini"));
@@ -242,6 +248,43 @@ void tst_Scheduler::listingKeepsCreationOrderWithinOneSecond()
         service.reset();   // and the same after a restart
         service = Service(clock);
     }
+}
+
+void tst_Scheduler::journalsArePrunedAfterEachRun_data()
+{
+    QTest::addColumn<int>("keepDays");
+    QTest::addColumn<int>("keepPerPlan");
+    QTest::addColumn<int>("clockAheadDays");   // the service's clock against the journals' real times
+    QTest::addColumn<int>("kept");             // of the plan that ran three times
+
+    QTest::newRow("no limits keep all") << 0 << 0 << 0 << 3;
+    QTest::newRow("a count keeps the newest") << 0 << 2 << 0 << 2;
+    QTest::newRow("an age keeps the recent") << 30 << 0 << 0 << 3;
+    QTest::newRow("an age drops the old") << 30 << 0 << 31 << 0;
+}
+
+void tst_Scheduler::journalsArePrunedAfterEachRun()
+{
+    QFETCH(int, keepDays);
+    QFETCH(int, keepPerPlan);
+    QFETCH(int, clockAheadDays);
+    QFETCH(int, kept);
+    const ScaledClock clock(QDateTime::currentDateTime().addDays(clockAheadDays), 1);
+    auto service = Service(clock, 2, 1, keepDays, keepPerPlan);
+    QVERIFY(service);
+    QString often, once;
+    QCOMPARE(service->CreatePlan("often", newPlan("noop", 0, ""), often), SchedulerProtocol::NoError);
+    QCOMPARE(service->CreatePlan("once", newPlan("noop", 0, ""), once), SchedulerProtocol::NoError);
+    QCOMPARE(service->RunNow(once), SchedulerProtocol::NoError);
+    QTRY_VERIFY_WITH_TIMEOUT(!service->IsBusy(once), 5000);
+    for (int run = 0; run < 3; ++run) {
+        QCOMPARE(service->RunNow(often), SchedulerProtocol::NoError);
+        QTRY_VERIFY_WITH_TIMEOUT(!service->IsBusy(often), 5000);
+    }
+    const QList<JournalAttribute> journals = Journals(*service, often);
+    QCOMPARE(journals.size(), kept);
+    // Another plan's journals are not its business (the age rule applies to them at their own runs).
+    QCOMPARE(Journals(*service, once).size(), clockAheadDays ? 0 : 1);
 }
 
 QTEST_GUILESS_MAIN(tst_Scheduler)

@@ -174,6 +174,8 @@ int main(int argc, char* argv[])
         SchedulerService::Settings settings;
         settings.missedRule = config.missedRule;
         settings.parallelRuns = config.parallelRuns;
+        settings.journalKeepDays = config.journalKeepDays;
+        settings.journalKeepPerPlan = config.journalKeepPerPlan;
         settings.emailFile = QDir(dataDir).filePath(QStringLiteral("email.ini"));
         const Clock clock;
         SchedulerService service(database, settings, clock);

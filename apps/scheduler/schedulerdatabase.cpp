@@ -397,6 +397,34 @@ bool SchedulerDatabase::DeleteJournals(const QStringList& journalUuids, int& del
     });
 }
 
+bool SchedulerDatabase::PruneJournals(const QString& planUuid, int keepCount, const QString& before, int& pruned)
+{
+    pruned = 0;
+    return Transaction([&] {
+        QSqlQuery query(*m_pdb);
+        if (keepCount > 0) {
+            query.prepare(sql(QStringLiteral(
+                "DELETE FROM $journals WHERE plan_uuid=? AND rowid NOT IN (SELECT rowid FROM $journals "
+                "WHERE plan_uuid=? ORDER BY record_time DESC,rowid DESC LIMIT ?)")));
+            query.addBindValue(planUuid);
+            query.addBindValue(planUuid);
+            query.addBindValue(keepCount);
+            if (!exec(query, "PruneJournals"))
+                return false;
+            pruned += query.numRowsAffected();
+        }
+        if (!before.isEmpty()) {
+            query.prepare(sql(QStringLiteral("DELETE FROM $journals WHERE plan_uuid=? AND record_time<?")));
+            query.addBindValue(planUuid);
+            query.addBindValue(before);
+            if (!exec(query, "PruneJournals"))
+                return false;
+            pruned += query.numRowsAffected();
+        }
+        return true;
+    });
+}
+
 bool SchedulerDatabase::DeleteAllJournals(int& deleted)
 {
     deleted = 0;

@@ -53,6 +53,9 @@ public:
     bool LoadJournals(const QString& planUuid, QList<JournalAttribute>& journals);
     bool DeleteJournals(const QStringList& journalUuids, int& deleted);
     bool DeleteAllJournals(int& deleted);
+    // Deletes the plan's journals beyond its newest keepCount (0: no limit) and those recorded
+    // before `before` (empty: no limit).
+    bool PruneJournals(const QString& planUuid, int keepCount, const QString& before, int& pruned);
 
 protected:
     // The plan's scheme, task and trigger rows, without a transaction of their own.

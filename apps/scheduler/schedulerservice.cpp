@@ -37,6 +37,7 @@ SchedulerService::SchedulerService(SchedulerDatabase& database, const Settings& 
     m_email.Init(settings.emailFile);
     m_email.ReadConfig();
     connect(&m_triggers, &TriggerScheduler::due, this, &SchedulerService::onDue);
+    connect(&m_runs, &RunController::runFinished, this, &SchedulerService::PruneJournals);
     connect(&m_runs, &RunController::runFinished, this, &SchedulerService::runFinished);
 }
 
@@ -154,6 +155,18 @@ void SchedulerService::onDue(const QString& planUuid, const QDateTime& instant)
     }
     const QDateTime now = m_clock.Now();
     Reschedule(planUuid, now > instant ? now : instant);
+}
+
+void SchedulerService::PruneJournals(const QString& planUuid)
+{
+    const QDateTime now = m_clock.Now();
+    const QString before = m_settings.journalKeepDays > 0
+        ? timeText(now.addDays(-m_settings.journalKeepDays)) : QString();
+    int pruned = 0;
+    if (!m_store.Database().PruneJournals(planUuid, m_settings.journalKeepPerPlan, before, pruned))
+        ServiceLog::Error(QStringLiteral("Prune the journals of %1 failed in the PruneJournals.").arg(planUuid));
+    else if (pruned > 0)
+        ServiceLog::Info(QStringLiteral("Journals pruned: %1 of plan %2.").arg(pruned).arg(planUuid));
 }
 
 SchedulerService::ErrorNumber SchedulerService::CheckTask(const TaskAttribute& task,

@@ -26,6 +26,8 @@ public:
     struct Settings {
         int missedRule = CatchUpMissed;
         int parallelRuns = 1;   // /Operation/operation_execute_type
+        int journalKeepDays = 0;         // journals older than this are pruned after a run; 0: none
+        int journalKeepPerPlan = 1000;   // a plan keeps its newest this many; 0: all
         QString emailFile;
     };
 
@@ -64,6 +66,7 @@ private:
     // Arms the plan's next fire after `after` and shows it as the plan's next start.
     void Reschedule(const QString& planUuid, const QDateTime& after);
     void onDue(const QString& planUuid, const QDateTime& instant);
+    void PruneJournals(const QString& planUuid);
 
     PlanStore m_store;
     const Settings m_settings;

@@ -41,14 +41,19 @@ bool ServiceConfig::Load(const QString& file, QString& error)
         }
     }
     qint64 port = tcpPort, code = tcpCode, missed = missedRule, parallel = parallelRuns;
+    qint64 keepDays = journalKeepDays, keepPerPlan = journalKeepPerPlan;
     if (!Number(settings, "/Network/tcp_server_port", 1, 65535, port, error)
         || !Number(settings, "/Network/tcp_server_code", 0, 65535, code, error)
         || !Number(settings, "/TriggerFire/date_time_fire_type", 0, 2, missed, error)
-        || !Number(settings, "/Operation/operation_execute_type", 1, 16, parallel, error))
+        || !Number(settings, "/Operation/operation_execute_type", 1, 16, parallel, error)
+        || !Number(settings, "/Journals/keep_days", 0, 36500, keepDays, error)
+        || !Number(settings, "/Journals/keep_per_plan", 0, 1000000, keepPerPlan, error))
         return false;
     tcpPort = static_cast<quint16>(port);
     tcpCode = static_cast<quint16>(code);
     missedRule = static_cast<int>(missed);
     parallelRuns = static_cast<int>(parallel);
+    journalKeepDays = static_cast<int>(keepDays);
+    journalKeepPerPlan = static_cast<int>(keepPerPlan);
     return true;
 }

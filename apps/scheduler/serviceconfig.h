@@ -17,6 +17,8 @@ public:
     quint16 tcpCode = 0;
     int missedRule = 2;     // /TriggerFire/date_time_fire_type: 0 ignore, 1 journal, 2 catch-up run
     int parallelRuns = 1;   // /Operation/operation_execute_type: runs at once, 1 to 16
+    int journalKeepDays = 0;        // /Journals/keep_days: older journals are pruned; 0 keeps all
+    int journalKeepPerPlan = 1000;  // /Journals/keep_per_plan: a plan's newest ones kept; 0 keeps all
 
 private:
     bool Number(const class QSettings& settings, const char* key, qint64 min, qint64 max, qint64& value,
