@@ -49,7 +49,7 @@ int AgentCommands::Journals()
     const QStringList ids = AgentOutput::ShortIds(uuids);
     AgentOutput::Table table;
     table.AddRow({QStringLiteral("ID"), QStringLiteral("PLAN"), QStringLiteral("TASK"), QStringLiteral("START"),
-                  QStringLiteral("END"), QStringLiteral("TIME"), QStringLiteral("RESULT"), QStringLiteral("ERROR")});
+                  QStringLiteral("END"), QStringLiteral("TIME (ms)"), QStringLiteral("RESULT"), QStringLiteral("ERROR")});
     for (int i = 0; i < journals.size(); ++i) {
         const JournalAttribute& journal = journals[i];
         table.AddRow({ids[i], AgentOutput::Cell(journal.getPlanName()),

@@ -237,7 +237,8 @@ JournalAttribute RunController::MakeJournal(const SchedulerPlan& plan, quint64 o
     journal.setJournalUuid(CommonTools::CreateUuid());
     journal.setPlanUuid(plan.getPlanUuid());
     journal.setPlanName(plan.getPlanName());
-    journal.setTaskName(plan.getTaskAttribute().getTaskName());
+    // The task as the user knows it: the operation chosen for the plan, not its internal key.
+    journal.setTaskName(plan.getTaskAttribute().getOperationRegisterName());
     journal.setStartTime(start);
     journal.setEndTime(end);
     journal.setCreateTime(timeText(QDateTime::currentDateTime()));
