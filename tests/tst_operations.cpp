@@ -4,8 +4,10 @@
 #include "copyjob.h"
 #include "operationregistry.h"
 #include "schedulerservice.h"
+#include "zipjob.h"
 
 #include <QDirIterator>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -22,6 +24,7 @@ struct Result {
     QString solution;
     QList<QPair<quint64, quint64>> progress;
     int copied = -1;
+    QString archive;   // written by a zip run
 };
 
 QByteArray parameter(const QString& source, const QString& destination, const QString& exclude = QString())
@@ -96,9 +99,15 @@ private slots:
     void parametersAreChecked();
     void aJobsOwnSolutionReachesTheJournal_data();
     void aJobsOwnSolutionReachesTheJournal();
+    void zipWritesAnArchiveThatUnzipRestoresByteForByte();
+    void zipRunsThatDoNotSucceedLeaveNoArchive_data();
+    void zipRunsThatDoNotSucceedLeaveNoArchive();
+    void zipKeepsOnlyThePlansNewestArchives();
+    void zipParametersAreChecked_data();
+    void zipParametersAreChecked();
 
 private:
-    Result Run(const QByteArray& parameter, const Hook& hook = Hook());
+    Result Run(const QByteArray& parameter, const Hook& hook = Hook(), const QString& operation = "copy");
     QString Source() const { return m_dir->filePath(QStringLiteral("source")); }
     QString Destination() const { return m_dir->filePath(QStringLiteral("destination")); }
 
@@ -113,10 +122,11 @@ void tst_Operations::init()
     QVERIFY(QDir().mkpath(Source()) && QDir().mkpath(Destination()));
 }
 
-Result tst_Operations::Run(const QByteArray& parameter, const Hook& hook)
+Result tst_Operations::Run(const QByteArray& parameter, const Hook& hook, const QString& operation)
 {
     TaskAttribute task;
-    task.setOperationRegisterName(QStringLiteral("copy"));
+    task.setTaskName(QStringLiteral("nightly"));
+    task.setOperationRegisterName(operation);
     task.setOperationParameter(parameter);
     std::unique_ptr<RunJob> job(m_registry.Create(task));
     Result result;
@@ -135,7 +145,10 @@ Result tst_Operations::Run(const QByteArray& parameter, const Hook& hook)
     if (!QTest::qWaitFor([&] { return finished; }, 60000))
         qWarning("the copy did not finish");
     job->Wait();
-    result.copied = static_cast<CopyJob*>(job.get())->CopiedFiles();
+    if (const auto* copy = dynamic_cast<CopyJob*>(job.get()))
+        result.copied = copy->CopiedFiles();
+    if (const auto* zip = dynamic_cast<ZipJob*>(job.get()))
+        result.archive = zip->ArchivePath();
     return result;
 }
 
@@ -343,6 +356,104 @@ void tst_Operations::aJobsOwnSolutionReachesTheJournal()
     QVERIFY(QTest::qWaitFor(journaled, 10000));
     QVERIFY2(journals.first().getSolution().startsWith(solution), qPrintable(journals.first().getSolution()));
     QTRY_VERIFY_WITH_TIMEOUT(!service.IsBusy(uuid), 5000);
+}
+
+int unzip(const QStringList& arguments)
+{
+    QProcess process;
+    process.start(QStringLiteral("/usr/bin/unzip"), arguments);
+    return process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+}
+
+void tst_Operations::zipWritesAnArchiveThatUnzipRestoresByteForByte()
+{
+    makeTree(Source(), true);
+    const Result result = Run(parameter(Source(), Destination(), "*.tmp") + ";keep=0", Hook(), "zip");
+    QCOMPARE(result.outcome, quint64(SchedulerProtocol::Succeeded));
+    QVERIFY2(QFileInfo(result.archive).fileName().contains(QRegularExpression("^nightly-\\d{8}-\\d{6}\\.zip$")),
+             qPrintable(result.archive));
+    QCOMPARE(filesBelow(Destination()), QStringList{QFileInfo(result.archive).fileName()});
+    QCOMPARE(unzip({"-tq", result.archive}), 0);
+    const QString out = m_dir->filePath("out");
+    QCOMPARE(unzip({"-q", result.archive, "-d", out}), 0);
+    const QStringList files = filesBelow(Source()).filter(QRegularExpression("^(?!.*\\.tmp$)"));
+    QCOMPARE(filesBelow(out), files);
+    QVERIFY(QFileInfo(out + "/empty").isDir());
+    for (const QString& name : files) {
+        QFile from(Source() + '/' + name), to(out + '/' + name);
+        QVERIFY(from.open(QIODevice::ReadOnly) && to.open(QIODevice::ReadOnly));
+        QVERIFY2(from.readAll() == to.readAll(), qPrintable(name));
+        // A zip entry's time has two-second steps.
+        QVERIFY(qAbs(QFileInfo(from).lastModified().secsTo(QFileInfo(to).lastModified())) <= 2);
+    }
+    QCOMPARE(result.progress.last().first, result.progress.last().second);
+}
+
+void tst_Operations::zipRunsThatDoNotSucceedLeaveNoArchive_data()
+{
+    QTest::addColumn<bool>("cancel");   // once libzip wrote a part of the big file; else the small file is deleted first
+    QTest::addColumn<quint64>("outcome");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("a cancel while the archive is written") << true << quint64(SchedulerProtocol::Cancelled) << "cancelled";
+    QTest::newRow("a file that vanishes while the archive is written") << false << quint64(SchedulerProtocol::Failed)
+                                                                        << "could not be written";
+}
+
+void tst_Operations::zipRunsThatDoNotSucceedLeaveNoArchive()
+{
+    QFETCH(bool, cancel);
+    QFETCH(quint64, outcome);
+    QFETCH(QString, reason);
+    writeFile(Source() + "/big.bin", bigContent(), QDateTime::currentDateTime());
+    writeFile(Source() + "/later/small", "small", QDateTime::currentDateTime());
+    const Result result = Run(parameter(Source(), Destination()), [&](RunJob* job, quint64 done) {
+        if (cancel && done > 0)
+            job->Cancel();
+        else if (!cancel)
+            QFile::remove(Source() + "/later/small");
+    }, "zip");
+    QCOMPARE(result.outcome, outcome);
+    QVERIFY2(result.reason.contains(reason), qPrintable(result.reason));
+    QVERIFY(!cancel || (result.progress.last().first > 0 && result.progress.last().first < result.progress.last().second));
+    QCOMPARE(filesBelow(Destination()), QStringList());
+}
+
+void tst_Operations::zipKeepsOnlyThePlansNewestArchives()
+{
+    writeFile(Source() + "/a", "a", QDateTime::currentDateTime());
+    const QStringList others{"nightly-20000101-000000.zip.bak", "nightly-old.zip", "other-20000101-000000.zip"};
+    for (const QString& name : others)
+        writeFile(Destination() + '/' + name, "not ours", QDateTime::currentDateTime());
+    writeFile(Destination() + "/nightly-20000101-000000.zip", "oldest", QDateTime::currentDateTime());
+    QStringList written;
+    for (int run = 0; run < 3; ++run)
+        written << QFileInfo(Run(parameter(Source(), Destination()) + "\nkeep=2", Hook(), "zip").archive).fileName();
+    QStringList expected = others + written.mid(1);
+    expected.sort();
+    QCOMPARE(filesBelow(Destination()), expected);
+}
+
+void tst_Operations::zipParametersAreChecked_data()
+{
+    QTest::addColumn<QByteArray>("parameter");
+    QTest::addColumn<QString>("reason");   // empty: accepted
+
+    QTest::newRow("folders, excludes and a number to keep") << QByteArray("source=/a;destination=/b;exclude=*.o;keep=3") << "";
+    QTest::newRow("a number to keep that is not one") << QByteArray("source=/a;destination=/b;keep=abc") << "'abc' is not a number of archives";
+    QTest::newRow("an unknown key") << QByteArray("source=/a;destination=/b;keeps=1") << "'keeps' is not a known key. zip wants";
+    QTest::newRow("a destination inside the source") << QByteArray("source=/a;destination=/a/b") << "lies inside";
+}
+
+void tst_Operations::zipParametersAreChecked()
+{
+    QFETCH(QByteArray, parameter);
+    QFETCH(QString, reason);
+    TaskAttribute task;
+    task.setOperationRegisterName(QStringLiteral("zip"));
+    task.setOperationParameter(parameter);
+    QString refused;
+    QCOMPARE(m_registry.Validate(task, refused), reason.isEmpty());
+    QVERIFY2(refused.contains(reason), qPrintable(refused));
 }
 
 QTEST_GUILESS_MAIN(tst_Operations)

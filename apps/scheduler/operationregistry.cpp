@@ -2,6 +2,7 @@
 
 #include "copyjob.h"
 #include "protocol.h"
+#include "zipjob.h"
 
 namespace {
 
@@ -103,6 +104,12 @@ OperationRegistry OperationRegistry::WithBuiltIns()
                            return CopySettings::Parse(parameter, settings, reason);
                        },
                        maker<CopyJob>()});
+    registry.Register({QStringLiteral("zip"), ZipSettings::ParameterHelp(),
+                       [](const QByteArray& parameter, QString& reason) {
+                           ZipSettings settings;
+                           return ZipSettings::Parse(parameter, settings, reason);
+                       },
+                       maker<ZipJob>()});
     return registry;
 }
 

@@ -1,0 +1,321 @@
+#include "zipjob.h"
+
+#include "operationparameters.h"
+#include "protocol.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QDirIterator>
+#include <QFileInfo>
+
+#include <zip.h>
+
+namespace {
+
+const QString kExpected = QStringLiteral(
+    "zip wants source=FOLDER and destination=FOLDER lines (exclude=PATTERNS and keep=NUMBER are optional).");
+const QString kCopyExpected = QStringLiteral(
+    "copy wants source=FOLDER and destination=FOLDER lines (exclude=PATTERNS is optional).");
+const QString kStampFormat = QStringLiteral("yyyyMMdd-hhmmss");
+constexpr double kProgressPrecision = 0.001;
+constexpr int kNameTries = 3;
+
+QString joined(const QString& root, const QString& relativePath)
+{
+    return relativePath.isEmpty() ? root : QDir(root).filePath(relativePath);
+}
+
+// The permission bits of a file as a zip entry's external attributes hold them for unix.
+zip_uint32_t unixAttributes(const QFileInfo& info, bool folder)
+{
+    zip_uint32_t mode = folder ? 0040000u : 0100000u;
+    const QFileDevice::Permissions p = info.permissions();
+    const QPair<QFileDevice::Permission, zip_uint32_t> bits[] = {
+        {QFileDevice::ReadOwner, 0400}, {QFileDevice::WriteOwner, 0200}, {QFileDevice::ExeOwner, 0100},
+        {QFileDevice::ReadGroup, 040},  {QFileDevice::WriteGroup, 020},  {QFileDevice::ExeGroup, 010},
+        {QFileDevice::ReadOther, 04},   {QFileDevice::WriteOther, 02},   {QFileDevice::ExeOther, 01}};
+    for (const auto& bit : bits)
+        mode |= p.testFlag(bit.first) ? bit.second : 0u;
+    return mode << 16;
+}
+
+QString zipError(zip_t* archive)
+{
+    return QString::fromLocal8Bit(zip_error_strerror(zip_get_error(archive)));
+}
+
+} // namespace
+
+QString ZipSettings::ParameterHelp()
+{
+    return QStringLiteral("source=FOLDER and destination=FOLDER lines (absolute; the destination must exist), "
+                          "optional exclude=PATTERNS (as for copy) and keep=NUMBER (archives of the plan to keep, "
+                          "0 keeps all; default 0); writes the source into a new TASK-yyyyMMdd-hhmmss.zip; "
+                          "can be cancelled");
+}
+
+// The folder keys are checked by the copy's own rules, so that both operations accept the same folders.
+bool ZipSettings::Parse(const QByteArray& block, ZipSettings& settings, QString& reason)
+{
+    OperationParameters parameters;
+    const QStringList keys{QStringLiteral("source"), QStringLiteral("destination"), QStringLiteral("exclude"),
+                           QStringLiteral("keep")};
+    if (!parameters.Parse(block, keys, reason)) {
+        reason += QLatin1Char(' ') + kExpected;
+        return false;
+    }
+    const QString keep = parameters.Value(keys[3]);
+    bool ok = true;
+    settings.keep = keep.isEmpty() ? 0 : keep.toInt(&ok);
+    if (!ok || settings.keep < 0) {
+        reason = QStringLiteral("'%1' is not a number of archives to keep (0 keeps all). ").arg(keep) + kExpected;
+        return false;
+    }
+    const QByteArray folders = QStringLiteral("source=%1\ndestination=%2\nexclude=%3")
+                                   .arg(parameters.Value(keys[0]), parameters.Value(keys[1]), parameters.Value(keys[2]))
+                                   .toUtf8();
+    if (CopySettings::Parse(folders, settings.folders, reason))
+        return true;
+    reason.replace(kCopyExpected, kExpected);
+    return false;
+}
+
+quint64 ZipJob::Work(QString& reason, QString& solution)
+{
+    m_archive.clear();
+    if (Prepare() && Write() && Prune()) {
+        ReportProgress(m_total, m_total);
+        return SchedulerProtocol::Succeeded;
+    }
+    if (m_reason.isEmpty() && IsCancelled()) {
+        reason = QStringLiteral("The zip backup was cancelled after %1 of %2 bytes; no archive was left.")
+                     .arg(m_done)
+                     .arg(m_total);
+        return SchedulerProtocol::Cancelled;
+    }
+    reason = m_reason;
+    solution = m_solution;
+    return SchedulerProtocol::Failed;
+}
+
+bool ZipJob::Prepare()
+{
+    QString reason;
+    if (!ZipSettings::Parse(m_task.getOperationParameter(), m_settings, reason))
+        return Fail(reason, QStringLiteral("Edit the plan's parameter, then run it again."));
+    return CheckFolders() && Walk() && ChooseName();
+}
+
+bool ZipJob::CheckFolders()
+{
+    const CopySettings& folders = m_settings.folders;
+    const QFileInfo source(folders.source);
+    const QFileInfo destination(folders.destination);
+    if (!source.isDir())
+        return Fail(QStringLiteral("The source folder %1 %2.")
+                        .arg(folders.source, source.exists() ? QStringLiteral("is not a folder")
+                                                             : QStringLiteral("does not exist")),
+                    QStringLiteral("Connect the drive that holds it, or correct source= in the plan's parameter, "
+                                   "then run the plan again."));
+    if (!destination.isDir())
+        return Fail(QStringLiteral("The destination folder %1 %2.")
+                        .arg(folders.destination, destination.exists() ? QStringLiteral("is not a folder")
+                                                                       : QStringLiteral("does not exist")),
+                    QStringLiteral("Connect the drive that holds it or create the folder, or correct "
+                                   "destination= in the plan's parameter, then run the plan again."));
+    const QString outer = source.canonicalFilePath() + QLatin1Char('/');
+    if ((destination.canonicalFilePath() + QLatin1Char('/')).startsWith(outer))
+        return Fail(QStringLiteral("The destination %1 lies inside the source %2 (through a link).")
+                        .arg(folders.destination, folders.source),
+                    QStringLiteral("Choose a destination outside the source folder, then run the plan again."));
+    return true;
+}
+
+// Lists the source folder by folder, parents first, leaving excluded folders unvisited; links and
+// special files are left out as the copy leaves them.
+bool ZipJob::Walk()
+{
+    m_folders.clear();
+    m_files.clear();
+    m_total = 0;
+    m_done = 0;
+    QStringList pending{QString()};
+    while (!pending.isEmpty()) {
+        if (IsCancelled())
+            return false;
+        const QString folder = pending.takeFirst();
+        const QFileInfo info(joined(m_settings.folders.source, folder));
+        if (!info.isReadable() || !info.isExecutable())
+            return Fail(QStringLiteral("%1 could not be read: Permission denied.").arg(info.filePath()),
+                        QStringLiteral("Give the service's user read permission on it, or leave it out with "
+                                       "exclude=PATTERN, then run the plan again."));
+        QDirIterator entries(info.filePath(),
+                             QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden | QDir::NoSymLinks);
+        while (entries.hasNext()) {
+            entries.next();
+            const QFileInfo entry = entries.fileInfo();
+            const QString relativePath = joined(folder, entry.fileName());
+            if (m_settings.folders.IsExcluded(relativePath))
+                continue;
+            if (entry.isDir()) {
+                m_folders << relativePath;
+                pending << relativePath;
+            } else if (entry.isFile()) {
+                m_files << relativePath;
+                m_total += static_cast<quint64>(entry.size());
+            }
+        }
+    }
+    if (m_folders.isEmpty() && m_files.isEmpty())
+        return Fail(QStringLiteral("The source folder %1 holds nothing to back up.").arg(m_settings.folders.source),
+                    QStringLiteral("Check source= and exclude= in the plan's parameter, then run the plan again."));
+    return true;
+}
+
+// Names the archive after the task and this second; a second already taken by an archive of the
+// task is waited out rather than overwritten.
+bool ZipJob::ChooseName()
+{
+    QString task = m_task.getTaskName();
+    task.replace(QLatin1Char('/'), QLatin1Char('_'));
+    if (task.isEmpty())
+        task = QStringLiteral("backup");
+    for (int attempt = 0; attempt < kNameTries; ++attempt) {
+        const QDateTime now = QDateTime::currentDateTime();
+        m_name = QStringLiteral("%1-%2.zip").arg(task, now.toString(kStampFormat));
+        if (!QFileInfo::exists(QDir(m_settings.folders.destination).filePath(m_name)))
+            return true;
+        if (SleepUnlessCancelled(1000 - now.time().msec()))
+            return false;
+    }
+    return Fail(QStringLiteral("%1 already exists in %2.").arg(m_name, m_settings.folders.destination),
+                QStringLiteral("Move it away (its clock may be ahead), then run the plan again."));
+}
+
+bool ZipJob::Write()
+{
+    const QDir destination(m_settings.folders.destination);
+    m_partPath = destination.filePath(QStringLiteral(".%1.part").arg(m_name));
+    int error = 0;
+    zip_t* archive = zip_open(QFile::encodeName(m_partPath).constData(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+    if (!archive) {
+        zip_error_t details;
+        zip_error_init_with_code(&details, error);
+        const QString message = QString::fromLocal8Bit(zip_error_strerror(&details));
+        zip_error_fini(&details);
+        return Fail(QStringLiteral("%1 could not be made: %2.").arg(m_partPath, message),
+                    QStringLiteral("Check that the service's user may write the destination folder and that it is "
+                                   "neither read-only nor full, then run the plan again."));
+    }
+    ReportProgress(0, m_total);
+    if (!AddEntries(archive) || !Close(archive)) {
+        QFile::remove(m_partPath);
+        return false;
+    }
+    const QString target = destination.filePath(m_name);
+    if (!QFile::rename(m_partPath, target)) {   // never over an existing file
+        QFile::remove(m_partPath);
+        return Fail(QStringLiteral("%1 could not be renamed to %2.").arg(m_partPath, m_name),
+                    QStringLiteral("Check that nothing else writes %1, then run the plan again.").arg(target));
+    }
+    m_archive = target;
+    return true;
+}
+
+bool ZipJob::AddEntries(zip* archive)
+{
+    const auto entryFailed = [&](const QString& path) {
+        const QString message = zipError(archive);
+        zip_discard(archive);
+        return Fail(QStringLiteral("%1 could not be added to the archive: %2.").arg(path, message),
+                    QStringLiteral("Run the plan again; if it fails again, leave the entry out with "
+                                   "exclude=PATTERN."));
+    };
+    for (const QString& folder : qAsConst(m_folders)) {
+        const QFileInfo info(joined(m_settings.folders.source, folder));
+        const zip_int64_t index = zip_dir_add(archive, folder.toUtf8().constData(), ZIP_FL_ENC_UTF_8);
+        if (index < 0 || zip_file_set_mtime(archive, index, info.lastModified().toSecsSinceEpoch(), 0) < 0
+            || zip_file_set_external_attributes(archive, index, 0, ZIP_OPSYS_UNIX, unixAttributes(info, true)) < 0)
+            return entryFailed(info.filePath());
+    }
+    for (const QString& file : qAsConst(m_files)) {
+        if (IsCancelled()) {
+            zip_discard(archive);
+            return false;
+        }
+        const QFileInfo info(joined(m_settings.folders.source, file));
+        zip_source_t* source = zip_source_file(archive, QFile::encodeName(info.filePath()).constData(), 0, -1);
+        if (!source)
+            return entryFailed(info.filePath());
+        const zip_int64_t index = zip_file_add(archive, file.toUtf8().constData(), source, ZIP_FL_ENC_UTF_8);
+        if (index < 0) {
+            zip_source_free(source);
+            return entryFailed(info.filePath());
+        }
+        if (zip_file_set_mtime(archive, index, info.lastModified().toSecsSinceEpoch(), 0) < 0
+            || zip_file_set_external_attributes(archive, index, 0, ZIP_OPSYS_UNIX, unixAttributes(info, false)) < 0)
+            return entryFailed(info.filePath());
+    }
+    return true;
+}
+
+// Writes the archive: libzip reports its progress from 0 to 1 and asks between pieces whether to stop.
+bool ZipJob::Close(zip* archive)
+{
+    zip_register_progress_callback_with_state(
+        archive, kProgressPrecision,
+        [](zip_t*, double ratio, void* job) { static_cast<ZipJob*>(job)->OnProgress(ratio); }, nullptr, this);
+    zip_register_cancel_callback_with_state(
+        archive, [](zip_t*, void* job) { return static_cast<ZipJob*>(job)->IsCancelled() ? 1 : 0; }, nullptr, this);
+    if (zip_close(archive) == 0)
+        return true;
+    const bool cancelled = zip_error_code_zip(zip_get_error(archive)) == ZIP_ER_CANCELLED;
+    const QString message = zipError(archive);
+    zip_discard(archive);
+    if (cancelled && IsCancelled())
+        return false;
+    return Fail(QStringLiteral("The archive %1 could not be written: %2.").arg(m_partPath, message),
+                QStringLiteral("Check that every file of the source can be read and that the destination can be "
+                               "written and is not full, then run the plan again."));
+}
+
+void ZipJob::OnProgress(double ratio)
+{
+    const quint64 done = static_cast<quint64>(qBound(0.0, ratio, 1.0) * static_cast<double>(m_total));
+    if (done <= m_done && m_done != 0)
+        return;
+    m_done = done;
+    ReportProgress(m_done, m_total);
+}
+
+QString ZipJob::ArchivePattern() const
+{
+    const QString task = m_name.left(m_name.size() - kStampFormat.size() - 5);   // "-" + stamp + ".zip"
+    return QStringLiteral("^%1-\\d{8}-\\d{6}\\.zip$").arg(QRegularExpression::escape(task));
+}
+
+// Deletes the task's oldest archives beyond keep; only names of the task's own pattern are touched.
+bool ZipJob::Prune()
+{
+    if (m_settings.keep <= 0)
+        return true;
+    const QDir destination(m_settings.folders.destination);
+    QStringList archives =
+        destination.entryList(QDir::Files | QDir::Hidden, QDir::Name).filter(QRegularExpression(ArchivePattern()));
+    archives.sort();
+    for (int i = 0; i < archives.size() - m_settings.keep; ++i) {
+        if (!QFile::remove(destination.filePath(archives[i])))
+            return Fail(QStringLiteral("The archive %1 was written but the old archive %2 could not be deleted.")
+                            .arg(m_name, destination.filePath(archives[i])),
+                        QStringLiteral("Check that the service's user may delete files in the destination folder, "
+                                       "then run the plan again."));
+    }
+    return true;
+}
+
+bool ZipJob::Fail(const QString& reason, const QString& solution)
+{
+    m_reason = reason;
+    m_solution = solution;
+    return false;
+}
