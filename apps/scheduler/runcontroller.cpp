@@ -110,6 +110,7 @@ void RunController::Begin(Run run)
     }
     run.plan = plan;
     run.job = m_registry.Create(plan.getTaskAttribute());
+    run.job->SetPlanName(plan.getPlanName());
     const QString uuid = run.planUuid;
     connect(run.job, &RunJob::progress, this,
             [this, uuid](quint64 done, quint64 total) { onJobProgress(uuid, done, total); });

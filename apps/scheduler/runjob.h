@@ -45,6 +45,10 @@ protected:
     bool SleepUnlessCancelled(int ms);
 
     const TaskAttribute m_task;
+    QString m_planName;   // the plan's name when the run started (for names a user reads)
+
+public:
+    void SetPlanName(const QString& name) { m_planName = name; }
 
 private:
     QThread* m_thread = nullptr;

@@ -172,14 +172,25 @@ bool ZipJob::Walk()
     return true;
 }
 
+// "<plan name>-<first part of the plan's id>": a name a user recognises, and still one per plan
+// when two plans share a name. Without a plan name (a job run on its own), the task's name.
+QString ZipJob::ArchiveBase() const
+{
+    static const QRegularExpression unsafe(QStringLiteral("[^A-Za-z0-9._-]+"));
+    static const QRegularExpression taskId(QStringLiteral("^task_\\{?([0-9a-fA-F]{8})"));
+    QString base = m_planName.isEmpty() ? m_task.getTaskName() : m_planName;
+    base = base.replace(unsafe, QStringLiteral("_")).left(40);
+    const QRegularExpressionMatch id = taskId.match(m_task.getTaskName());
+    if (!m_planName.isEmpty() && id.hasMatch())
+        base += QLatin1Char('-') + id.captured(1).toLower();
+    return base.isEmpty() ? QStringLiteral("backup") : base;
+}
+
 // Names the archive after the task and this second; a second already taken by an archive of the
 // task is waited out rather than overwritten.
 bool ZipJob::ChooseName()
 {
-    QString task = m_task.getTaskName();
-    task.replace(QLatin1Char('/'), QLatin1Char('_'));
-    if (task.isEmpty())
-        task = QStringLiteral("backup");
+    const QString task = ArchiveBase();
     for (int attempt = 0; attempt < kNameTries; ++attempt) {
         const QDateTime now = QDateTime::currentDateTime();
         m_name = QStringLiteral("%1-%2.zip").arg(task, now.toString(kStampFormat));

@@ -44,6 +44,7 @@ private:
     bool Prune();
     void OnProgress(double ratio);
     bool Fail(const QString& reason, const QString& solution);
+    QString ArchiveBase() const;
     QString ArchivePattern() const;
 
     ZipSettings m_settings;
