@@ -113,6 +113,7 @@ private slots:
     void missedOccurrenceRunsOnceAfterRestart();
     void runCutShortIsJournaledAsInterrupted_data();
     void runCutShortIsJournaledAsInterrupted();
+    void zipArchiveIsNamedAfterThePlan();
     void refusesToStart_data();
     void refusesToStart();
 
@@ -749,6 +750,22 @@ void tst_Apps::runCutShortIsJournaledAsInterrupted()
     QCOMPARE(values(plan, {"status", "isRunning", "resultCode"}), (QStringList{"Interrupted", "false", "3"}));
     QVERIFY2(plan.value("errorMessage").toString().contains(reason), qPrintable(plan.value("errorMessage").toString()));
     QVERIFY(!plan.value("startTime").toString().isEmpty() && !plan.value("endTime").toString().isEmpty());
+}
+
+void tst_Apps::zipArchiveIsNamedAfterThePlan()
+{
+    const QString source = m_dir->filePath(QStringLiteral("photos"));
+    const QString destination = m_dir->filePath(QStringLiteral("archives"));
+    QVERIFY(QDir().mkpath(source + "/2026") && QDir().mkpath(destination));
+    QFile file(source + "/2026/p.jpg");
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write("jpeg") == 4);
+    file.close();
+    const QString uuid = NewPlan({"My Photos/2026", "zip", QStringLiteral("source=%1;destination=%2").arg(source, destination)});
+    QCOMPARE(Agent({"run", "--wait", uuid}).code, 0);
+    const QStringList archives = QDir(destination).entryList(QDir::Files | QDir::Hidden);
+    QCOMPARE(archives.size(), 1);
+    const QString pattern = QStringLiteral("^My_Photos_2026-%1-\\d{8}-\\d{6}\\.zip$").arg(uuid.mid(1, 8));
+    QVERIFY2(QRegularExpression(pattern).match(archives.first()).hasMatch(), qPrintable(archives.first()));
 }
 
 void tst_Apps::refusesToStart_data()
