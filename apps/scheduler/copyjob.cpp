@@ -20,20 +20,6 @@ const QString kExpected = QStringLiteral(
     "copy wants source=FOLDER and destination=FOLDER lines (exclude=PATTERNS is optional).");
 const QString kExcludeHint = QStringLiteral("or leave it out with exclude=PATTERN");
 
-QString joined(const QString& root, const QString& relativePath)
-{
-    if (relativePath.isEmpty())
-        return root;
-    return root.endsWith(QLatin1Char('/')) ? root + relativePath : root + QLatin1Char('/') + relativePath;
-}
-
-// True when inner is outer or lies below it (both clean absolute paths).
-bool isWithin(const QString& inner, const QString& outer)
-{
-    const QString prefix = outer.endsWith(QLatin1Char('/')) ? outer : outer + QLatin1Char('/');
-    return inner == outer || inner.startsWith(prefix);
-}
-
 // The permissions of the file itself: the "User" flags say what this process may do, not the mode.
 QFileDevice::Permissions modeOf(const QFileInfo& info)
 {
@@ -71,7 +57,7 @@ bool CopySettings::Parse(const QByteArray& block, CopySettings& settings, QStrin
     }
     settings.source = QDir::cleanPath(settings.source);
     settings.destination = QDir::cleanPath(settings.destination);
-    if (isWithin(settings.destination, settings.source)) {
+    if (IsWithinPath(settings.destination, settings.source)) {
         reason = QStringLiteral("The destination %1 lies inside the source %2: each copy would copy the last one.")
                      .arg(settings.destination, settings.source);
         return false;
@@ -99,19 +85,14 @@ bool CopySettings::IsExcluded(const QString& relativePath) const
 quint64 CopyJob::Work(QString& reason, QString& solution)
 {
     m_copiedFiles = 0;
-    if (Prepare() && CopyAll()) {
+    const bool succeeded = Prepare() && CopyAll();
+    if (succeeded)
         ReportProgress(m_total, m_total);
-        return SchedulerProtocol::Succeeded;
-    }
-    if (m_reason.isEmpty() && IsCancelled()) {
-        reason = QStringLiteral("The copy was cancelled after %1 of %2 bytes; the file being written was dropped.")
-                     .arg(m_done)
-                     .arg(m_total);
-        return SchedulerProtocol::Cancelled;
-    }
-    reason = m_reason;
-    solution = m_solution;
-    return SchedulerProtocol::Failed;
+    return Conclude(succeeded,
+                    QStringLiteral("The copy was cancelled after %1 of %2 bytes; the file being written was dropped.")
+                        .arg(m_done)
+                        .arg(m_total),
+                    reason, solution);
 }
 
 bool CopyJob::Prepare()
@@ -126,7 +107,7 @@ bool CopyJob::CopyAll()
 {
     ReportProgress(0, m_total);
     m_buffer.resize(kChunk);
-    for (const SourceFile& file : m_files) {
+    for (const SourceFile& file : m_tree.files) {
         if (IsCancelled() || !CopyOne(file))
             return false;
     }
@@ -135,68 +116,31 @@ bool CopyJob::CopyAll()
 
 bool CopyJob::CheckFolders()
 {
-    const QFileInfo source(m_settings.source);
-    const QFileInfo destination(m_settings.destination);
-    if (!source.isDir())
-        return Fail(QStringLiteral("The source folder %1 %2.")
-                        .arg(m_settings.source, source.exists() ? QStringLiteral("is not a folder")
-                                                                : QStringLiteral("does not exist")),
-                    QStringLiteral("Connect the drive that holds it, or correct source= in the plan's parameter, "
-                                   "then run the plan again."));
-    if (!destination.isDir())
-        return Fail(QStringLiteral("The destination folder %1 %2.")
-                        .arg(m_settings.destination, destination.exists() ? QStringLiteral("is not a folder")
-                                                                          : QStringLiteral("does not exist")),
-                    QStringLiteral("Connect the drive that holds it or create the folder (the copy does not, so "
-                                   "that a missing drive is not filled in its place), or correct destination= in "
-                                   "the plan's parameter, then run the plan again."));
-    if (isWithin(destination.canonicalFilePath(), source.canonicalFilePath()))
-        return Fail(QStringLiteral("The destination %1 lies inside the source %2 (through a link).")
-                        .arg(m_settings.destination, m_settings.source),
-                    QStringLiteral("Choose a destination outside the source folder, then run the plan again."));
-    return true;
+    QString reason, solution;
+    return SourceTree::CheckFolders(m_settings,
+                                    QStringLiteral("Connect the drive that holds it or create the folder (the copy "
+                                                   "does not, so that a missing drive is not filled in its place), or "
+                                                   "correct destination= in the plan's parameter, then run the plan "
+                                                   "again."),
+                                    reason, solution)
+           || Fail(reason, solution);
 }
 
-// Lists the source folder by folder, parents first, leaving excluded folders unvisited.
 bool CopyJob::Walk()
 {
-    m_folders.clear();
-    m_files.clear();
-    m_total = 0;
     m_done = 0;
     m_lastRatio = 0;
-    QStringList pending{QString()};
-    while (!pending.isEmpty()) {
-        if (IsCancelled())
-            return false;
-        const QString folder = pending.takeFirst();
-        const QFileInfo info(joined(m_settings.source, folder));
-        if (!info.isReadable() || !info.isExecutable())
-            return FailReading(info.filePath(), QStringLiteral("Permission denied"));
-        QDirIterator entries(info.filePath(),
-                             QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden | QDir::NoSymLinks);
-        while (entries.hasNext()) {
-            entries.next();
-            const QFileInfo entry = entries.fileInfo();
-            const QString relativePath = folder.isEmpty() ? entry.fileName() : folder + QLatin1Char('/') + entry.fileName();
-            if (m_settings.IsExcluded(relativePath))
-                continue;
-            if (entry.isDir()) {
-                m_folders << relativePath;
-                pending << relativePath;
-            } else if (entry.isFile()) {
-                m_files.push_back({relativePath, entry.size()});
-                m_total += static_cast<quint64>(entry.size());
-            }
-        }
-    }
+    QString reason, solution;
+    if (!m_tree.Walk(m_settings, [this] { return IsCancelled(); }, reason, solution))
+        return reason.isEmpty() ? false : Fail(reason, solution);
+    m_total = m_tree.totalBytes;
     return true;
 }
 
 bool CopyJob::MakeFolders()
 {
-    for (const QString& folder : qAsConst(m_folders)) {
-        const QString path = joined(m_settings.destination, folder);
+    for (const QString& folder : qAsConst(m_tree.folders)) {
+        const QString path = JoinedPath(m_settings.destination, folder);
         if (!QDir().mkpath(path))
             return Fail(QStringLiteral("The folder %1 could not be made.").arg(path),
                         QStringLiteral("Check that the destination can be written (permissions, a read-only "
@@ -208,8 +152,8 @@ bool CopyJob::MakeFolders()
 
 bool CopyJob::CopyOne(const SourceFile& file)
 {
-    const QString from = joined(m_settings.source, file.relativePath);
-    const QString to = joined(m_settings.destination, file.relativePath);
+    const QString from = JoinedPath(m_settings.source, file.relativePath);
+    const QString to = JoinedPath(m_settings.destination, file.relativePath);
     const QFileInfo source(from);
     if (!source.exists())
         return Fail(QStringLiteral("%1 vanished during the copy.").arg(from),
@@ -284,13 +228,6 @@ void CopyJob::AddDone(qint64 bytes)
         return;
     m_lastRatio = static_cast<float>(current) / static_cast<float>(total);
     ReportProgress(m_done, m_total);
-}
-
-bool CopyJob::Fail(const QString& reason, const QString& solution)
-{
-    m_reason = reason;
-    m_solution = solution;
-    return false;
 }
 
 bool CopyJob::FailReading(const QString& path, const QString& error)

@@ -2,6 +2,7 @@
 #define BACKUPFRAME_SCHEDULER_COPYJOB_H
 
 #include "runjob.h"
+#include "sourcetree.h"
 
 #include <QList>
 #include <QRegularExpression>
@@ -42,10 +43,7 @@ protected:
     quint64 Work(QString& reason, QString& solution) override;
 
 private:
-    struct SourceFile {
-        QString relativePath;
-        qint64 size;
-    };
+    using SourceFile = SourceTree::File;
 
     bool Prepare();
     bool CopyAll();
@@ -56,21 +54,17 @@ private:
     bool Transfer(QFile& in, QSaveFile& out, const SourceFile& file);
     bool KeepAttributes(const QString& from, const QString& to);
     void AddDone(qint64 bytes);
-    bool Fail(const QString& reason, const QString& solution);
     bool FailReading(const QString& path, const QString& error);
     bool FailWriting(const QString& path, const QString& error);
     bool FailChangedSize(const QString& path, qint64 expected);
 
     CopySettings m_settings;
-    QStringList m_folders;              // relative to both roots, parents first
-    std::vector<SourceFile> m_files;    // in copy order
+    SourceTree m_tree;                  // folders and files relative to both roots, in copy order
     quint64 m_total = 0;
     quint64 m_done = 0;
     float m_lastRatio = 0;
     QByteArray m_buffer;
     int m_copiedFiles = 0;
-    QString m_reason;
-    QString m_solution;
 };
 
 #endif

@@ -47,6 +47,26 @@ void RunJob::Wait()
         m_thread->wait();
 }
 
+bool RunJob::Fail(const QString& reason, const QString& solution)
+{
+    m_failReason = reason;
+    m_failSolution = solution;
+    return false;
+}
+
+quint64 RunJob::Conclude(bool succeeded, const QString& cancelledReason, QString& reason, QString& solution) const
+{
+    if (succeeded)
+        return SchedulerProtocol::Succeeded;
+    if (m_failReason.isEmpty() && IsCancelled()) {
+        reason = cancelledReason;
+        return SchedulerProtocol::Cancelled;
+    }
+    reason = m_failReason;
+    solution = m_failSolution;
+    return SchedulerProtocol::Failed;
+}
+
 bool RunJob::SleepUnlessCancelled(int ms)
 {
     QDeadlineTimer deadline(ms);

@@ -43,6 +43,11 @@ protected:
     void ReportProgress(quint64 done, quint64 total) { emit progress(done, total); }
     // Sleeps up to ms milliseconds, waking at once on Cancel; true when cancelled.
     bool SleepUnlessCancelled(int ms);
+    // Records why the run failed and what a user can do; returns false, to end a chain of steps.
+    bool Fail(const QString& reason, const QString& solution);
+    // The outcome of steps that returned `succeeded`: Succeeded; Failed with what Fail recorded;
+    // or, when they stopped on a cancel without failing, Cancelled with cancelledReason.
+    quint64 Conclude(bool succeeded, const QString& cancelledReason, QString& reason, QString& solution) const;
 
     const TaskAttribute m_task;
     QString m_planName;   // the plan's name when the run started (for names a user reads)
@@ -53,6 +58,8 @@ public:
 private:
     QThread* m_thread = nullptr;
     std::atomic<bool> m_cancelled{false};
+    QString m_failReason;
+    QString m_failSolution;
     QMutex m_wakeMutex;
     QWaitCondition m_wake;
 };

@@ -20,11 +20,6 @@ const QString kStampFormat = QStringLiteral("yyyyMMdd-hhmmss");
 constexpr double kProgressPrecision = 0.001;
 constexpr int kNameTries = 3;
 
-QString joined(const QString& root, const QString& relativePath)
-{
-    return relativePath.isEmpty() ? root : QDir(root).filePath(relativePath);
-}
-
 // The permission bits of a file as a zip entry's external attributes hold them for unix.
 zip_uint32_t unixAttributes(const QFileInfo& info, bool folder)
 {
@@ -83,19 +78,14 @@ bool ZipSettings::Parse(const QByteArray& block, ZipSettings& settings, QString&
 quint64 ZipJob::Work(QString& reason, QString& solution)
 {
     m_archive.clear();
-    if (Prepare() && Write() && Prune()) {
+    const bool succeeded = Prepare() && Write() && Prune();
+    if (succeeded)
         ReportProgress(m_total, m_total);
-        return SchedulerProtocol::Succeeded;
-    }
-    if (m_reason.isEmpty() && IsCancelled()) {
-        reason = QStringLiteral("The zip backup was cancelled after %1 of %2 bytes; no archive was left.")
-                     .arg(m_done)
-                     .arg(m_total);
-        return SchedulerProtocol::Cancelled;
-    }
-    reason = m_reason;
-    solution = m_solution;
-    return SchedulerProtocol::Failed;
+    return Conclude(succeeded,
+                    QStringLiteral("The zip backup was cancelled after %1 of %2 bytes; no archive was left.")
+                        .arg(m_done)
+                        .arg(m_total),
+                    reason, solution);
 }
 
 bool ZipJob::Prepare()
@@ -108,65 +98,22 @@ bool ZipJob::Prepare()
 
 bool ZipJob::CheckFolders()
 {
-    const CopySettings& folders = m_settings.folders;
-    const QFileInfo source(folders.source);
-    const QFileInfo destination(folders.destination);
-    if (!source.isDir())
-        return Fail(QStringLiteral("The source folder %1 %2.")
-                        .arg(folders.source, source.exists() ? QStringLiteral("is not a folder")
-                                                             : QStringLiteral("does not exist")),
-                    QStringLiteral("Connect the drive that holds it, or correct source= in the plan's parameter, "
-                                   "then run the plan again."));
-    if (!destination.isDir())
-        return Fail(QStringLiteral("The destination folder %1 %2.")
-                        .arg(folders.destination, destination.exists() ? QStringLiteral("is not a folder")
-                                                                       : QStringLiteral("does not exist")),
-                    QStringLiteral("Connect the drive that holds it or create the folder, or correct "
-                                   "destination= in the plan's parameter, then run the plan again."));
-    const QString outer = source.canonicalFilePath() + QLatin1Char('/');
-    if ((destination.canonicalFilePath() + QLatin1Char('/')).startsWith(outer))
-        return Fail(QStringLiteral("The destination %1 lies inside the source %2 (through a link).")
-                        .arg(folders.destination, folders.source),
-                    QStringLiteral("Choose a destination outside the source folder, then run the plan again."));
-    return true;
+    QString reason, solution;
+    return SourceTree::CheckFolders(m_settings.folders,
+                                    QStringLiteral("Connect the drive that holds it or create the folder, or correct "
+                                                   "destination= in the plan's parameter, then run the plan again."),
+                                    reason, solution)
+           || Fail(reason, solution);
 }
 
-// Lists the source folder by folder, parents first, leaving excluded folders unvisited; links and
-// special files are left out as the copy leaves them.
 bool ZipJob::Walk()
 {
-    m_folders.clear();
-    m_files.clear();
-    m_total = 0;
     m_done = 0;
-    QStringList pending{QString()};
-    while (!pending.isEmpty()) {
-        if (IsCancelled())
-            return false;
-        const QString folder = pending.takeFirst();
-        const QFileInfo info(joined(m_settings.folders.source, folder));
-        if (!info.isReadable() || !info.isExecutable())
-            return Fail(QStringLiteral("%1 could not be read: Permission denied.").arg(info.filePath()),
-                        QStringLiteral("Give the service's user read permission on it, or leave it out with "
-                                       "exclude=PATTERN, then run the plan again."));
-        QDirIterator entries(info.filePath(),
-                             QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden | QDir::NoSymLinks);
-        while (entries.hasNext()) {
-            entries.next();
-            const QFileInfo entry = entries.fileInfo();
-            const QString relativePath = joined(folder, entry.fileName());
-            if (m_settings.folders.IsExcluded(relativePath))
-                continue;
-            if (entry.isDir()) {
-                m_folders << relativePath;
-                pending << relativePath;
-            } else if (entry.isFile()) {
-                m_files << relativePath;
-                m_total += static_cast<quint64>(entry.size());
-            }
-        }
-    }
-    if (m_folders.isEmpty() && m_files.isEmpty())
+    QString reason, solution;
+    if (!m_tree.Walk(m_settings.folders, [this] { return IsCancelled(); }, reason, solution))
+        return reason.isEmpty() ? false : Fail(reason, solution);
+    m_total = m_tree.totalBytes;
+    if (m_tree.folders.isEmpty() && m_tree.files.empty())
         return Fail(QStringLiteral("The source folder %1 holds nothing to back up.").arg(m_settings.folders.source),
                     QStringLiteral("Check source= and exclude= in the plan's parameter, then run the plan again."));
     return true;
@@ -242,19 +189,20 @@ bool ZipJob::AddEntries(zip* archive)
                     QStringLiteral("Run the plan again; if it fails again, leave the entry out with "
                                    "exclude=PATTERN."));
     };
-    for (const QString& folder : qAsConst(m_folders)) {
-        const QFileInfo info(joined(m_settings.folders.source, folder));
+    for (const QString& folder : qAsConst(m_tree.folders)) {
+        const QFileInfo info(JoinedPath(m_settings.folders.source, folder));
         const zip_int64_t index = zip_dir_add(archive, folder.toUtf8().constData(), ZIP_FL_ENC_UTF_8);
         if (index < 0 || zip_file_set_mtime(archive, index, info.lastModified().toSecsSinceEpoch(), 0) < 0
             || zip_file_set_external_attributes(archive, index, 0, ZIP_OPSYS_UNIX, unixAttributes(info, true)) < 0)
             return entryFailed(info.filePath());
     }
-    for (const QString& file : qAsConst(m_files)) {
+    for (const SourceTree::File& entry : m_tree.files) {
+        const QString& file = entry.relativePath;
         if (IsCancelled()) {
             zip_discard(archive);
             return false;
         }
-        const QFileInfo info(joined(m_settings.folders.source, file));
+        const QFileInfo info(JoinedPath(m_settings.folders.source, file));
         zip_source_t* source = zip_source_file(archive, QFile::encodeName(info.filePath()).constData(), 0, -1);
         if (!source)
             return entryFailed(info.filePath());
@@ -322,11 +270,4 @@ bool ZipJob::Prune()
                                        "then run the plan again."));
     }
     return true;
-}
-
-bool ZipJob::Fail(const QString& reason, const QString& solution)
-{
-    m_reason = reason;
-    m_solution = solution;
-    return false;
 }

@@ -43,20 +43,16 @@ private:
     bool Close(zip* archive);
     bool Prune();
     void OnProgress(double ratio);
-    bool Fail(const QString& reason, const QString& solution);
     QString ArchiveBase() const;
     QString ArchivePattern() const;
 
     ZipSettings m_settings;
-    QStringList m_folders;   // relative to the source, parents first
-    QStringList m_files;     // relative to the source
+    SourceTree m_tree;       // relative to the source, parents first
     quint64 m_total = 0;
     quint64 m_done = 0;
     QString m_name;          // of the archive, without folder
     QString m_partPath;
     QString m_archive;
-    QString m_reason;
-    QString m_solution;
 };
 
 #endif

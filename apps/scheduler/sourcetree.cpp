@@ -1,0 +1,90 @@
+#include "sourcetree.h"
+
+#include "copyjob.h"
+
+#include <QDirIterator>
+#include <QFileInfo>
+
+QString JoinedPath(const QString& root, const QString& relativePath)
+{
+    if (relativePath.isEmpty())
+        return root;
+    return root.endsWith(QLatin1Char('/')) ? root + relativePath : root + QLatin1Char('/') + relativePath;
+}
+
+bool IsWithinPath(const QString& inner, const QString& outer)
+{
+    const QString prefix = outer.endsWith(QLatin1Char('/')) ? outer : outer + QLatin1Char('/');
+    return inner == outer || inner.startsWith(prefix);
+}
+
+namespace {
+
+QString missingOrNotFolder(const QFileInfo& info)
+{
+    return info.exists() ? QStringLiteral("is not a folder") : QStringLiteral("does not exist");
+}
+
+} // namespace
+
+bool SourceTree::CheckFolders(const CopySettings& settings, const QString& destinationSolution, QString& reason,
+                              QString& solution)
+{
+    const QFileInfo source(settings.source);
+    const QFileInfo destination(settings.destination);
+    if (!source.isDir()) {
+        reason = QStringLiteral("The source folder %1 %2.").arg(settings.source, missingOrNotFolder(source));
+        solution = QStringLiteral("Connect the drive that holds it, or correct source= in the plan's parameter, "
+                                  "then run the plan again.");
+    } else if (!destination.isDir()) {
+        reason = QStringLiteral("The destination folder %1 %2.").arg(settings.destination, missingOrNotFolder(destination));
+        solution = destinationSolution;
+    } else if (IsWithinPath(destination.canonicalFilePath(), source.canonicalFilePath())) {
+        reason = QStringLiteral("The destination %1 lies inside the source %2 (through a link).")
+                     .arg(settings.destination, settings.source);
+        solution = QStringLiteral("Choose a destination outside the source folder, then run the plan again.");
+    } else {
+        return true;
+    }
+    return false;
+}
+
+bool SourceTree::Walk(const CopySettings& settings, const std::function<bool()>& cancelled, QString& reason,
+                      QString& solution)
+{
+    folders.clear();
+    files.clear();
+    totalBytes = 0;
+    QStringList pending{QString()};
+    while (!pending.isEmpty()) {
+        if (cancelled())
+            return false;
+        const QString folder = pending.takeFirst();
+        const QFileInfo info(JoinedPath(settings.source, folder));
+        if (!info.isReadable() || !info.isExecutable()) {
+            reason = QStringLiteral("%1 could not be read: Permission denied.").arg(info.filePath());
+            solution = QStringLiteral("Give the service's user read permission on %1, or leave it out with "
+                                      "exclude=PATTERN, then run the plan again.")
+                           .arg(info.filePath());
+            return false;
+        }
+        QDirIterator entries(info.filePath(),
+                             QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden | QDir::NoSymLinks);
+        while (entries.hasNext()) {
+            entries.next();
+            const QFileInfo entry = entries.fileInfo();
+            const QString relativePath =
+                folder.isEmpty() ? entry.fileName() : folder + QLatin1Char('/') + entry.fileName();
+            if (settings.IsExcluded(relativePath))
+                continue;
+            if (entry.isDir()) {
+                folders << relativePath;
+                pending << relativePath;
+            } else if (entry.isFile()) {
+                files.push_back({relativePath, entry.size()});
+                totalBytes += static_cast<quint64>(entry.size());
+            }
+        }
+    }
+    return true;
+}
