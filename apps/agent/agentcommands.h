@@ -71,6 +71,9 @@ private:
     int ResolvePlan(const QString& key, SchedulerPlan& plan);
     int ResolveJournals(const QStringList& keys, QStringList& uuids);
     int ApplyPlanChange(quint64 type, const SchedulerPlan& plan, const QByteArray& payload, const QString& what);
+    int RequestPlanChange(quint64 type, const SchedulerPlan& plan, const QByteArray& payload, const QString& what,
+                          SchedulerPlan& answered);
+    void PrintPlanState(const SchedulerPlan& plan);
 
     int Usage(const QString& message);
     // A usage error listing up to five of the things the key names.

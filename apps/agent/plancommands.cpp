@@ -183,23 +183,16 @@ int AgentCommands::RunPlan()
     const QString what = QStringLiteral("run plan '%1'").arg(plan.getPlanName());
     if (!m_options.IsSet(QStringLiteral("wait")))
         return ApplyPlanChange(ExecuteOperationType, plan, QByteArray(), what);
-    QByteArray bytes;
-    if (const int code = Call(ExecuteOperationType, plan.getPlanUuid(), plan.getPlanName(), QByteArray(), what, &bytes))
+    SchedulerPlan state;
+    if (const int code = RequestPlanChange(ExecuteOperationType, plan, QByteArray(), what, state))
         return code;
-    SchedulerPlanData stored;
-    if (const int code = Decode(bytes, stored, what))
-        return code;
-    SchedulerPlan state = stored.getRfrnSchedulerPlan();
     // The service answers once the run is queued or started; ask again until it has ended.
     while (!runHasEnded(state)) {
         QThread::msleep(200);
         if (const int code = ResolvePlan(plan.getPlanUuid(), state))
             return code;
     }
-    if (m_options.Json())
-        PrintJson(AgentOutput::PlanToJson(state));
-    else
-        PrintPlanLine(state);
+    PrintPlanState(state);
     return runExitCode(state);
 }
 
@@ -248,17 +241,33 @@ int AgentCommands::CancelPlan()
 int AgentCommands::ApplyPlanChange(quint64 type, const SchedulerPlan& plan, const QByteArray& payload,
                                    const QString& what)
 {
+    SchedulerPlan answered;
+    if (const int code = RequestPlanChange(type, plan, payload, what, answered))
+        return code;
+    PrintPlanState(answered);
+    return ExitOk;
+}
+
+// Sends a request about one plan whose answer is the plan as stored afterwards.
+int AgentCommands::RequestPlanChange(quint64 type, const SchedulerPlan& plan, const QByteArray& payload,
+                                     const QString& what, SchedulerPlan& answered)
+{
     QByteArray bytes;
     if (const int code = Call(type, plan.getPlanUuid(), plan.getPlanName(), payload, what, &bytes))
         return code;
     SchedulerPlanData stored;
     if (const int code = Decode(bytes, stored, what))
         return code;
-    if (m_options.Json())
-        PrintJson(AgentOutput::PlanToJson(stored.getRfrnSchedulerPlan()));
-    else
-        PrintPlanLine(stored.getRfrnSchedulerPlan());
+    answered = stored.getRfrnSchedulerPlan();
     return ExitOk;
+}
+
+void AgentCommands::PrintPlanState(const SchedulerPlan& plan)
+{
+    if (m_options.Json())
+        PrintJson(AgentOutput::PlanToJson(plan));
+    else
+        PrintPlanLine(plan);
 }
 
 // "<uuid>  <name>  <status>[: <error message>]"

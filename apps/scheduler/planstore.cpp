@@ -132,15 +132,9 @@ bool PlanStore::AddJournal(const JournalAttribute& journal)
     return m_database.InsertJournal(journal);
 }
 
-void PlanStore::SetVolatile(const SchedulerPlan& plan)
-{
-    if (Contains(plan.getPlanUuid()))
-        Put(plan);
-}
-
-void PlanStore::SetNextStartTime(const QString& planUuid, const QString& text)
+void PlanStore::EditVolatile(const QString& planUuid, const std::function<void(SchedulerPlan&)>& edit)
 {
     const auto it = m_entries.find(planUuid);
     if (it != m_entries.end())
-        it->plan.setNextStartTime(text);
+        edit(it->plan);
 }

@@ -9,6 +9,7 @@
 #include <QHash>
 #include <QString>
 
+#include <functional>
 #include <vector>
 
 // The plans in memory over the database. Every change is stored first and made in memory
@@ -43,9 +44,8 @@ public:
     bool FinishRun(const SchedulerPlan& plan, const JournalAttribute& journal);
     bool AddJournal(const JournalAttribute& journal);
 
-    // Run state that is not stored (is running, progress, a queued status).
-    void SetVolatile(const SchedulerPlan& plan);
-    void SetNextStartTime(const QString& planUuid, const QString& text);
+    // Changes run state that is not stored (progress, next start, a queued status) in place.
+    void EditVolatile(const QString& planUuid, const std::function<void(SchedulerPlan&)>& edit);
 
     SchedulerDatabase& Database() { return m_database; }
 

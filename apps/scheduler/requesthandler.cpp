@@ -26,32 +26,31 @@ void RequestHandler::onIncomingBlockData(quint64, QIODevice* psocket, QByteArray
     if (!server || !psocket || !command)
         return;
 
-    ResultCommand result(ResultType);
-    result.GetRequestCommandInfo(*command);
-    auto* request = dynamic_cast<RequestCommand*>(command.get());
     bool deferred = false;
-    const ErrorNumber error = request ? Handle(*request, result, deferred) : UnknownCommand;
-    if (error == UnknownCommand)
-        ServiceLog::Warn(QStringLiteral("Unknown command type %1 in the onIncomingBlockData.").arg(command->getCommandType()));
-    else if (error == BadPayload)
-        ServiceLog::Warn(QStringLiteral("Request payload of %1 does not decode in the onIncomingBlockData.")
-                             .arg(command->getTraceFlag()));
-    if (deferred) {
+    ResultCommand result = Answer(*command, deferred);
+    if (deferred)
         m_waitingForEnd[command->getPlanUuid()].append(PendingAnswer{server, psocket, result});
-        return;
-    }
-    result.setUintResult(ResultCode(error));
-    if (error != NoError)
-        result.setResultData(QByteArray());
-    Send(server, psocket, result);
+    else
+        Send(server, psocket, result);
 }
 
 ResultCommand RequestHandler::Answer(RequestCommand& request)
 {
-    ResultCommand result(ResultType);
-    result.GetRequestCommandInfo(request);
     bool deferred = false;
-    const ErrorNumber error = Handle(request, result, deferred);
+    return Answer(static_cast<CommCommand&>(request), deferred);
+}
+
+ResultCommand RequestHandler::Answer(CommCommand& command, bool& deferred)
+{
+    ResultCommand result(ResultType);
+    result.GetRequestCommandInfo(command);
+    auto* request = dynamic_cast<RequestCommand*>(&command);
+    const ErrorNumber error = request ? Handle(*request, result, deferred) : UnknownCommand;
+    if (error == UnknownCommand)
+        ServiceLog::Warn(QStringLiteral("Unknown command type %1 in the onIncomingBlockData.").arg(command.getCommandType()));
+    else if (error == BadPayload)
+        ServiceLog::Warn(QStringLiteral("Request payload of %1 does not decode in the onIncomingBlockData.")
+                             .arg(command.getTraceFlag()));
     result.setUintResult(ResultCode(error));
     if (error != NoError)
         result.setResultData(QByteArray());

@@ -37,6 +37,8 @@ private:
         ResultCommand result{SchedulerProtocol::ResultType};
     };
 
+    // The answer to any command; deferred: it is to be sent once the plan's run has ended.
+    ResultCommand Answer(CommCommand& command, bool& deferred);
     ErrorNumber Handle(RequestCommand& request, ResultCommand& result, bool& deferred);
     ErrorNumber LoadSchedulers(ResultCommand& result);
     ErrorNumber LoadJournals(const RequestCommand& request, ResultCommand& result);

@@ -21,7 +21,9 @@ QString reasonText(RunReason reason)
     }
 }
 
-QString solutionFor(quint64 outcome)
+} // namespace
+
+QString RunController::SolutionFor(quint64 outcome)
 {
     switch (outcome) {
     case Failed: return QStringLiteral("Check the plan's operation and its parameter, then run it again.");
@@ -32,8 +34,6 @@ QString solutionFor(quint64 outcome)
     default: return QString();
     }
 }
-
-} // namespace
 
 RunController::RunController(PlanStore& store, const OperationRegistry& registry, int parallel, QObject* parent)
     : QObject(parent)
@@ -69,9 +69,9 @@ ErrorNumber RunController::Request(const QString& planUuid, RunReason reason)
     run.reason = reason;
     m_queue.append(run);
     if (m_running.size() >= m_parallel) {
-        SchedulerPlan queued(*plan);
-        queued.getObjectSchemeAttribute().setExecutState(QStringLiteral("Queued"));
-        m_store.SetVolatile(queued);
+        m_store.EditVolatile(planUuid, [](SchedulerPlan& queued) {
+            queued.getObjectSchemeAttribute().setExecutState(QStringLiteral("Queued"));
+        });
     }
     Pump();
     return NoError;
@@ -126,13 +126,12 @@ void RunController::Begin(Run run)
 
 void RunController::onJobProgress(const QString& planUuid, quint64 done, quint64 total)
 {
-    const SchedulerPlan* stored = m_store.Find(planUuid);
-    if (!stored || !m_running.contains(planUuid))
+    if (!m_running.contains(planUuid))
         return;
-    SchedulerPlan plan(*stored);
-    plan.setBytesProcessed(done);
-    plan.setTotalBytesToCopy(total);
-    m_store.SetVolatile(plan);
+    m_store.EditVolatile(planUuid, [done, total](SchedulerPlan& plan) {
+        plan.setBytesProcessed(done);
+        plan.setTotalBytesToCopy(total);
+    });
 }
 
 void RunController::onJobFinished(const QString& planUuid, quint64 outcome, const QString& reason,
@@ -142,7 +141,7 @@ void RunController::onJobFinished(const QString& planUuid, quint64 outcome, cons
         return;
     const Run run = m_running.take(planUuid);
     run.job->deleteLater();
-    End(run, outcome, reason, solution.isEmpty() ? solutionFor(outcome) : solution);
+    End(run, outcome, reason, solution.isEmpty() ? SolutionFor(outcome) : solution);
     Pump();
 }
 
@@ -158,7 +157,7 @@ ErrorNumber RunController::Cancel(const QString& planUuid)
             continue;
         m_queue.removeAt(i);
         RecordWithoutRun(planUuid, Cancelled, QStringLiteral("The run was cancelled before it started."),
-                         solutionFor(Cancelled));
+                         SolutionFor(Cancelled));
         emit runFinished(planUuid, Cancelled);
         return NoError;
     }
@@ -170,15 +169,7 @@ void RunController::End(const Run& run, quint64 outcome, const QString& reason, 
     const QDateTime ended = QDateTime::currentDateTime();
     const SchedulerPlan* stored = m_store.Find(run.planUuid);
     SchedulerPlan plan(stored ? *stored : run.plan);
-    plan.setIsRunning(false);
-    plan.setEndTime(timeText(ended));
-    plan.setWasError(outcome == Failed || outcome == Interrupted);
-    plan.setWasCancelled(outcome == Cancelled);
-    plan.setErrorMessage(outcome == Succeeded ? QString() : reason);
-    plan.setResultCode(outcome);
-    plan.getObjectSchemeAttribute().setStatus(OutcomeText(outcome));
-    plan.getObjectSchemeAttribute().setExecutState(QString());
-    plan.getObjectSchemeAttribute().setLatestFinishTime(timeText(ended));
+    MarkEnded(plan, outcome, reason, timeText(ended));
     const qint64 msecs = run.started.isValid() ? qMax<qint64>(0, run.started.msecsTo(ended)) : 0;
     const JournalAttribute journal = MakeJournal(plan, outcome, plan.getStartTime(), timeText(ended),
                                                  static_cast<quint64>(msecs), reason, solution);
@@ -192,6 +183,19 @@ void RunController::End(const Run& run, quint64 outcome, const QString& reason, 
     emit runFinished(run.planUuid, outcome);
 }
 
+void RunController::MarkEnded(SchedulerPlan& plan, quint64 outcome, const QString& reason, const QString& end)
+{
+    plan.setIsRunning(false);
+    plan.setEndTime(end);
+    plan.setWasError(outcome == Failed || outcome == Interrupted);
+    plan.setWasCancelled(outcome == Cancelled);
+    plan.setErrorMessage(outcome == Succeeded ? QString() : reason);
+    plan.setResultCode(outcome);
+    plan.getObjectSchemeAttribute().setStatus(OutcomeText(outcome));
+    plan.getObjectSchemeAttribute().setExecutState(QString());
+    plan.getObjectSchemeAttribute().setLatestFinishTime(end);
+}
+
 void RunController::RecordWithoutRun(const QString& planUuid, quint64 outcome, const QString& reason,
                                      const QString& solution)
 {
@@ -199,11 +203,10 @@ void RunController::RecordWithoutRun(const QString& planUuid, quint64 outcome, c
     if (!stored)
         return;
     const QString now = timeText(QDateTime::currentDateTime());
-    if (stored->getSchemeAttribute().getExecutState() == QLatin1String("Queued")) {
-        SchedulerPlan plan(*stored);
-        plan.getObjectSchemeAttribute().setExecutState(QString());
-        m_store.SetVolatile(plan);
-    }
+    m_store.EditVolatile(planUuid, [](SchedulerPlan& plan) {
+        if (plan.getSchemeAttribute().getExecutState() == QLatin1String("Queued"))
+            plan.getObjectSchemeAttribute().setExecutState(QString());
+    });
     if (!m_store.AddJournal(MakeJournal(*stored, outcome, now, now, 0, reason, solution)))
         ServiceLog::Error(QStringLiteral("Store a journal of %1 failed in the RecordWithoutRun.").arg(planUuid));
     ServiceLog::Info(QStringLiteral("Run %1: %2 %3 (%4)")
@@ -217,7 +220,7 @@ void RunController::Shutdown()
     for (const Run& run : queued)
         RecordWithoutRun(run.planUuid, Skipped,
                          QStringLiteral("The scheduler service stopped before the run could start."),
-                         solutionFor(Interrupted));
+                         SolutionFor(Interrupted));
     const QList<Run> running = m_running.values();
     m_running.clear();
     for (const Run& run : running) {
@@ -226,7 +229,7 @@ void RunController::Shutdown()
         run.job->Wait();
         delete run.job;
         End(run, Interrupted, QStringLiteral("The scheduler service was stopped during the run."),
-            solutionFor(Interrupted));
+            SolutionFor(Interrupted));
     }
 }
 

@@ -37,6 +37,10 @@ public:
     // are cancelled, waited for and journaled as interrupted.
     void Shutdown();
 
+    // The plan as a run that ended with outcome at `end` leaves it.
+    static void MarkEnded(SchedulerPlan& plan, quint64 outcome, const QString& reason, const QString& end);
+    // What a user can do after a run ended so, when the job gave nothing better.
+    static QString SolutionFor(quint64 outcome);
     static JournalAttribute MakeJournal(const SchedulerPlan& plan, quint64 outcome, const QString& start,
                                         const QString& end, quint64 msecs, const QString& reason,
                                         const QString& solution);

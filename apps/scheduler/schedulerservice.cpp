@@ -70,21 +70,14 @@ void SchedulerService::RecoverInterruptedRuns()
     const QString now = timeText(QDateTime::currentDateTime());
     const QString reason = QStringLiteral("The scheduler service ended during the run (it was killed, crashed or "
                                           "the machine lost power).");
-    const QString solution = QStringLiteral("Nothing was lost: run the plan again now (backupframe-agent run PLAN) or "
-                                            "wait for its next start. If this happens again, read the scheduler's log.");
+    const QString solution = RunController::SolutionFor(Interrupted);
     for (const SchedulerPlan* stored : std::vector<const SchedulerPlan*>(m_store.Ordered())) {
         const PlanRunRow row = m_store.RunRow(stored->getPlanUuid());
         if (row.runStartTime.isEmpty() && stored->getSchemeAttribute().getStatus() != QLatin1String("Running"))
             continue;
         SchedulerPlan plan(*stored);
         plan.setStartTime(row.runStartTime);
-        plan.setEndTime(now);
-        plan.setWasError(true);
-        plan.setErrorMessage(reason);
-        plan.setResultCode(Interrupted);
-        plan.getObjectSchemeAttribute().setStatus(OutcomeText(Interrupted));
-        plan.getObjectSchemeAttribute().setExecutState(QString());
-        plan.getObjectSchemeAttribute().setLatestFinishTime(now);
+        RunController::MarkEnded(plan, Interrupted, reason, now);
         const JournalAttribute journal =
             RunController::MakeJournal(plan, Interrupted, row.runStartTime, now, 0, reason, solution);
         if (!m_store.FinishRun(plan, journal))
@@ -134,7 +127,8 @@ void SchedulerService::Reschedule(const QString& planUuid, const QDateTime& afte
         return;
     const QDateTime next = TriggerSchedule::NextFireTime(stored->getTriggerAttribute(), after);
     m_triggers.Schedule(planUuid, next);
-    m_store.SetNextStartTime(planUuid, next.isValid() ? timeText(next) : QString());
+    const QString text = next.isValid() ? timeText(next) : QString();
+    m_store.EditVolatile(planUuid, [&text](SchedulerPlan& plan) { plan.setNextStartTime(text); });
 }
 
 void SchedulerService::onDue(const QString& planUuid, const QDateTime& instant)
