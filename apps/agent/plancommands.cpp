@@ -14,15 +14,15 @@ namespace {
 QString shownStatus(const SchedulerPlan& plan)
 {
     if (plan.getIsRunning())
-        return QStringLiteral("Running");
-    if (plan.getSchemeAttribute().getExecutState() == QLatin1String("Queued"))
-        return QStringLiteral("Queued");
+        return SchedulerProtocol::RunningState();
+    if (plan.getSchemeAttribute().getExecutState() == SchedulerProtocol::QueuedState())
+        return SchedulerProtocol::QueuedState();
     return plan.getSchemeAttribute().getStatus();
 }
 
 bool runHasEnded(const SchedulerPlan& plan)
 {
-    return !plan.getIsRunning() && plan.getSchemeAttribute().getExecutState() != QLatin1String("Queued");
+    return !plan.getIsRunning() && plan.getSchemeAttribute().getExecutState() != SchedulerProtocol::QueuedState();
 }
 
 // The exit code of run --wait from the plan's resultCode of the ended run.

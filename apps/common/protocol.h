@@ -49,6 +49,11 @@ enum RunReason : quint64 {
 // "Succeeded", "Failed", "Cancelled", "Interrupted", "Skipped".
 QString OutcomeText(quint64 outcome);
 
+// A plan's state texts while a run waits in the queue (execut state) and while it runs
+// (status and execut state).
+inline QString QueuedState() { return QStringLiteral("Queued"); }
+inline QString RunningState() { return QStringLiteral("Running"); }
+
 // 0 for NoError, otherwise a packed error code of severity "Error" (5) carrying the number.
 quint64 ResultCode(ErrorNumber number);
 // The error number inside a result code (0 for success).

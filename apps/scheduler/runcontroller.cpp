@@ -70,7 +70,7 @@ ErrorNumber RunController::Request(const QString& planUuid, RunReason reason)
     m_queue.append(run);
     if (m_running.size() >= m_parallel) {
         m_store.EditVolatile(planUuid, [](SchedulerPlan& queued) {
-            queued.getObjectSchemeAttribute().setExecutState(QStringLiteral("Queued"));
+            queued.getObjectSchemeAttribute().setExecutState(QueuedState());
         });
     }
     Pump();
@@ -100,8 +100,8 @@ void RunController::Begin(Run run)
     plan.setBytesProcessed(0);
     plan.setTotalBytesToCopy(0);
     plan.setCommandActionFlag(ExecuteOperationType);
-    plan.getObjectSchemeAttribute().setStatus(QStringLiteral("Running"));
-    plan.getObjectSchemeAttribute().setExecutState(QStringLiteral("Running"));
+    plan.getObjectSchemeAttribute().setStatus(RunningState());
+    plan.getObjectSchemeAttribute().setExecutState(RunningState());
     if (!m_store.StartRun(plan)) {
         ServiceLog::Error(QStringLiteral("Store the start of a run of %1 failed in the Begin.").arg(run.planUuid));
         End(run, Failed, QStringLiteral("The database refused to record the start of the run."),
@@ -204,7 +204,7 @@ void RunController::RecordWithoutRun(const QString& planUuid, quint64 outcome, c
         return;
     const QString now = timeText(QDateTime::currentDateTime());
     m_store.EditVolatile(planUuid, [](SchedulerPlan& plan) {
-        if (plan.getSchemeAttribute().getExecutState() == QLatin1String("Queued"))
+        if (plan.getSchemeAttribute().getExecutState() == QueuedState())
             plan.getObjectSchemeAttribute().setExecutState(QString());
     });
     if (!m_store.AddJournal(MakeJournal(*stored, outcome, now, now, 0, reason, solution)))

@@ -73,7 +73,7 @@ void SchedulerService::RecoverInterruptedRuns()
     const QString solution = RunController::SolutionFor(Interrupted);
     for (const SchedulerPlan* stored : std::vector<const SchedulerPlan*>(m_store.Ordered())) {
         const PlanRunRow row = m_store.RunRow(stored->getPlanUuid());
-        if (row.runStartTime.isEmpty() && stored->getSchemeAttribute().getStatus() != QLatin1String("Running"))
+        if (row.runStartTime.isEmpty() && stored->getSchemeAttribute().getStatus() != RunningState())
             continue;
         SchedulerPlan plan(*stored);
         plan.setStartTime(row.runStartTime);
