@@ -22,6 +22,8 @@
 #include <QtEndian>
 #include <QtTest>
 
+#include <algorithm>
+#include <csignal>
 #include <memory>
 
 namespace {
@@ -75,6 +77,69 @@ CommandPtr rawExchange(const QString& serverName, CommCommand& request)
     return CommandPtr(CommandBuilder::BytearrayToCommand(reply), &CommandBuilder::DestroyCommand);
 }
 
+// A channel of the test's own: subscribes on a local socket, then collects the pushed events.
+class Subscriber
+{
+public:
+    struct Event {
+        quint64 type;
+        QString planUuid;
+        QByteArray payload;
+    };
+
+    bool Subscribe(const QString& serverName)
+    {
+        socket.connectToServer(serverName);
+        if (!socket.waitForConnected(5000))
+            return false;
+        ChannelCommand channel(ChannelCommandType);
+        channel.setRedistrarName(QStringLiteral("tst_apps"));
+        QByteArray bytes;
+        CommandBuilder::CommandToBytearray(&channel, bytes);
+        socket.write(bytes);
+        return QTest::qWaitFor([this] { return Read(), m_confirmed; }, 5000);
+    }
+    // Takes in what has arrived; false once the service closed the connection.
+    bool Read()
+    {
+        m_buffer += socket.readAll();
+        qint64 size = 0;
+        while (m_buffer.size() >= 8 && m_buffer.size() >= (size = qFromBigEndian<qint64>(m_buffer.constData()))) {
+            const CommandPtr command(CommandBuilder::BytearrayToCommand(m_buffer.left(size)), &CommandBuilder::DestroyCommand);
+            m_buffer.remove(0, size);
+            auto* channel = dynamic_cast<ResultChannel*>(command.get());
+            if (channel && channel->getResultData().isEmpty())
+                m_confirmed = true;
+            if (!channel || channel->getResultData().isEmpty())
+                continue;
+            const CommandPtr inner(CommandBuilder::BytearrayToCommand(channel->getResultData()), &CommandBuilder::DestroyCommand);
+            if (auto* event = dynamic_cast<RequestCommand*>(inner.get()))
+                events.append({event->getCommandType(), event->getPlanUuid(), event->getRequestData()});
+        }
+        return socket.state() == QLocalSocket::ConnectedState;
+    }
+    bool HasEvent(quint64 type) const
+    {
+        return std::any_of(events.begin(), events.end(), [type](const Event& event) { return event.type == type; });
+    }
+
+    QLocalSocket socket;
+    QList<Event> events;
+
+private:
+    QByteArray m_buffer;
+    bool m_confirmed = false;
+};
+
+// The JSON objects of an agent's output, one per line.
+QList<QJsonObject> jsonLines(const QString& out)
+{
+    QList<QJsonObject> objects;
+    for (const QString& line : out.split(QLatin1Char('\n'), Qt::SkipEmptyParts))
+        objects << QJsonDocument::fromJson(line.toUtf8()).object();
+    return objects;
+}
+
 bool writeFile(const QString& path, const QByteArray& bytes)
 {
     QFile file(path);
@@ -114,6 +179,10 @@ private slots:
     void runCutShortIsJournaledAsInterrupted_data();
     void runCutShortIsJournaledAsInterrupted();
     void zipArchiveIsNamedAfterThePlan();
+    void subscribersAreToldOfARunInOrder();
+    void aSubscriberThatDoesNotReadIsCutOff();
+    void followShowsTheRunLive_data();
+    void followShowsTheRunLive();
     void refusesToStart_data();
     void refusesToStart();
 
@@ -428,6 +497,7 @@ void tst_Apps::jsonForEveryCommand_data()
     QTest::newRow("journal-delete") << QStringList{"journal-delete", "--all"} << "deleted";
     QTest::newRow("email set") << QStringList{"email", "set", "--sender", "me@example.org"} << "sender";
     QTest::newRow("show") << QStringList{"show", "busy"} << "bytesProcessed";
+    QTest::newRow("operations") << QStringList{"operations"} << "";
 }
 
 void tst_Apps::jsonForEveryCommand()
@@ -452,6 +522,10 @@ void tst_Apps::errorsChangeNothing_data()
 
     QTest::newRow("no command at all") << QStringList{} << 1 << "no command given";
     QTest::newRow("an unknown command") << QStringList{"frobnicate"} << 1 << "unknown command 'frobnicate'";
+    QTest::newRow("waiting and following at once")
+        << QStringList{"run", "x", "--wait", "--follow"} << 1 << "--wait and --follow do not go together";
+    QTest::newRow("an unknown Ctrl-C choice")
+        << QStringList{"run", "x", "--follow", "--on-interrupt", "quit"} << 1 << "--on-interrupt wants ask, cancel or leave";
     QTest::newRow("an option of another command")
         << QStringList{"plans", "--all"} << 1 << "option --all does not apply to 'plans'";
     QTest::newRow("a start time in another format") << QStringList{"new", "a", "noop", "--start", "03.02.2031"} << 1
@@ -519,7 +593,9 @@ void tst_Apps::textOutput_data()
     const QString longName = QString(60, QLatin1Char('L'));
     QTest::newRow("--version prints the project version") << QStringList{"--version"} << "backupframe-agent 0.1.0\n";
     QTest::newRow("help of one command gives its usage and options")
-        << QStringList{"help", "run"} << "Usage: backupframe-agent [global options] run PLAN [--wait]\n";
+        << QStringList{"help", "run"} << "Usage: backupframe-agent [global options] run PLAN [--wait|--follow]\n";
+    QTest::newRow("operations lists each with what its parameter holds")
+        << QStringList{"operations"} << "sleep  milliseconds to wait";
     QTest::newRow("an escape sequence and a newline in a name are shown escaped")
         << QStringList{"plans"} << "esc\\x1b[31m\\nx  ";
     QTest::newRow("a long name is cut to 40 characters") << QStringList{"plans"} << longName.left(39) + "\u2026  ";
@@ -766,6 +842,151 @@ void tst_Apps::zipArchiveIsNamedAfterThePlan()
     QCOMPARE(archives.size(), 1);
     const QString pattern = QStringLiteral("^My_Photos_2026-%1-\\d{8}-\\d{6}\\.zip$").arg(uuid.mid(1, 8));
     QVERIFY2(QRegularExpression(pattern).match(archives.first()).hasMatch(), qPrintable(archives.first()));
+}
+
+void tst_Apps::subscribersAreToldOfARunInOrder()
+{
+    const QString source = m_dir->filePath(QStringLiteral("source"));
+    const QString destination = m_dir->filePath(QStringLiteral("destination"));
+    QVERIFY(QDir().mkpath(source) && QDir().mkpath(destination));
+    QVERIFY(writeFile(source + QStringLiteral("/big.bin"), QByteArray(64 * 1024 * 1024, 'x')));
+    Subscriber reader, leaver;
+    QVERIFY(reader.Subscribe(m_serverName));
+    QVERIFY(leaver.Subscribe(m_serverName));
+
+    const QString uuid = NewPlan({"mirror", "copy", QStringLiteral("source=%1;destination=%2").arg(source, destination)});
+    QProcess run;
+    QElapsedTimer clock;
+    clock.start();
+    StartAgent(run, {"run", "--wait", "mirror"});
+    // One subscriber goes in the middle of the run: the run and the other one do not notice.
+    QVERIFY(QTest::qWaitFor([&] { return leaver.Read(), leaver.HasEvent(TriggerExecuteType); }, 10000));
+    leaver.socket.abort();
+    QCOMPARE(Finish(run, clock).code, 0);
+    QCOMPARE(Agent({"edit", "mirror", "--name", "mirrored"}).code, 0);
+    QCOMPARE(Agent({"delete", "mirrored"}).code, 0);
+    QVERIFY(QTest::qWaitFor([&] { return reader.Read(), reader.HasEvent(FlushSchedulersType); }, 10000));
+
+    QList<quint64> order;
+    quint64 done = 0;
+    SchedulerPlan last;
+    for (const Subscriber::Event& event : qAsConst(reader.events)) {
+        QCOMPARE(event.planUuid, uuid);
+        if (order.isEmpty() || order.last() != event.type)
+            order << event.type;
+        SchedulerPlanData data;
+        if (event.type != SingleFlushSchedulerType || !SchedulerProtocol::DecodePayload(event.payload, data))
+            continue;
+        last = data.getRfrnSchedulerPlan();
+        QVERIFY2(last.getBytesProcessed() >= done || !last.getIsRunning(), "progress went back");
+        done = last.getIsRunning() ? last.getBytesProcessed() : 0;
+    }
+    // created, started (state, then the trigger info), progress and the end state, the journal,
+    // edited, deleted.
+    QCOMPARE(order, (QList<quint64>{SingleFlushSchedulerType, TriggerExecuteType, SingleFlushSchedulerType,
+                                    FlushJournalsType, SingleFlushSchedulerType, FlushSchedulersType}));
+    QVERIFY(std::count_if(reader.events.begin(), reader.events.end(), [](const Subscriber::Event& event) {
+                return event.type == SingleFlushSchedulerType;
+            }) > 4);
+    QCOMPARE(last.getPlanName(), QStringLiteral("mirrored"));
+    ResultLoadJournalsData journal;
+    const auto ended = std::find_if(reader.events.begin(), reader.events.end(),
+                                    [](const Subscriber::Event& event) { return event.type == FlushJournalsType; });
+    QVERIFY(SchedulerProtocol::DecodePayload(ended->payload, journal));
+    QCOMPARE(journal.getJournalAttrList().first()->getResult(), QStringLiteral("Succeeded"));
+    QCOMPARE(AgentJson({"status"}).object().value("answers").toBool(), true);
+}
+
+void tst_Apps::aSubscriberThatDoesNotReadIsCutOff()
+{
+    Subscriber stalled;
+    QVERIFY(stalled.Subscribe(m_serverName));
+    // From here on the socket's buffer holds 64 bytes: the rest waits in the service.
+    stalled.socket.setReadBufferSize(64);
+    const QString name(100000, QLatin1Char('n'));
+    const QString uuid = NewPlan({"n", "noop"});
+    // Each edit is one event of some 400 kB (the name travels twice, in UTF-16).
+    for (int i = 0; i < 12; ++i)
+        QCOMPARE(Agent({"edit", uuid, "--name", name + QString::number(i % 2)}).code, 0);
+    stalled.socket.setReadBufferSize(0);
+    // The service gave up on it: what it had sent, then the end of the connection.
+    QVERIFY(QTest::qWaitFor([&] { return !stalled.Read(); }, 10000));
+    QVERIFY(stalled.events.size() < 12);
+    QFile log(QDir(m_dataDir).filePath(QStringLiteral("log/scheduler.log")));
+    QVERIFY(log.open(QIODevice::ReadOnly));
+    QVERIFY(log.readAll().contains("Channel cut off: its agent left"));
+    QCOMPARE(AgentJson({"status"}).object().value("plans").toInt(), 1);
+}
+
+void tst_Apps::followShowsTheRunLive_data()
+{
+    QTest::addColumn<QString>("operation");
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<QString>("interrupt");   // on the first progress: "" nothing, else SIGINT with this choice
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("ending");      // the last line (--json: the journal's result)
+
+    QTest::newRow("a copy, with a line per progress and the journal")
+        << "copy" << QStringList{} << "" << 0 << "mirror: Succeeded after ";
+    QTest::newRow("a copy as JSON, one object per event") << "copy" << QStringList{"--json"} << "" << 0 << "Succeeded";
+    QTest::newRow("a failure, with what to do") << "fail" << QStringList{} << "" << 4 << "  what to do: ";
+    QTest::newRow("Ctrl-C that cancels") << "sleep" << QStringList{"--on-interrupt", "cancel"} << "cancel" << 5
+                                         << "mirror: Cancelled after ";
+    QTest::newRow("Ctrl-C that leaves the run going") << "sleep" << QStringList{"--on-interrupt", "leave"} << "leave"
+                                                      << 130 << "";
+}
+
+void tst_Apps::followShowsTheRunLive()
+{
+    QFETCH(QString, operation);
+    QFETCH(QStringList, options);
+    QFETCH(QString, interrupt);
+    QFETCH(int, code);
+    QFETCH(QString, ending);
+    const QString source = m_dir->filePath(QStringLiteral("source"));
+    QVERIFY(QDir().mkpath(source) && QDir().mkpath(m_dir->filePath(QStringLiteral("destination"))));
+    QVERIFY(writeFile(source + QStringLiteral("/big.bin"), QByteArray(32 * 1024 * 1024, 'x')));
+    const QString parameter = operation == QLatin1String("copy")
+        ? QStringLiteral("source=%1;destination=%2").arg(source, m_dir->filePath(QStringLiteral("destination")))
+        : operation == QLatin1String("sleep") ? QStringLiteral("60000") : QStringLiteral("the disk is gone");
+    NewPlan({"mirror", operation, parameter});
+
+    QProcess follow;
+    QElapsedTimer clock;
+    clock.start();
+    StartAgent(follow, options + QStringList{"run", "mirror", "--follow"});
+    if (!interrupt.isEmpty()) {
+        QByteArray seen;
+        QVERIFY(QTest::qWaitFor([&] { return (seen += follow.readAllStandardOutput()).contains(" of "); }, 10000));
+        ::kill(static_cast<pid_t>(follow.processId()), SIGINT);
+    }
+    const AgentRun run = Finish(follow, clock);
+    QCOMPARE(run.code, code);
+    const QStringList lines = run.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    if (options.contains("--json")) {
+        const QList<QJsonObject> events = jsonLines(run.out);
+        QCOMPARE(events.first().value("event").toString(), QStringLiteral("started"));
+        QCOMPARE(events.last().value("event").toString(), QStringLiteral("finished"));
+        QCOMPARE(events.last().value("journal").toObject().value("result").toString(), ending);
+        double done = 0;
+        for (const QJsonObject& event : events.mid(1, events.size() - 2)) {
+            QCOMPARE(event.value("event").toString(), QStringLiteral("progress"));
+            QVERIFY(event.value("bytesProcessed").toDouble() >= done);
+            done = event.value("bytesProcessed").toDouble();
+        }
+        QCOMPARE(done, 32.0 * 1024 * 1024);
+    } else if (!ending.isEmpty()) {
+        QVERIFY2(std::any_of(lines.begin(), lines.end(), [&](const QString& line) { return line.startsWith(ending); }),
+                 qPrintable(run.out));
+    }
+    if (operation == QLatin1String("copy") && options.isEmpty()) {
+        QVERIFY2(lines.first().startsWith("mirror: 0 B of 32.0 MiB (0%), "), qPrintable(lines.first()));
+        QVERIFY2(lines[lines.size() - 2].startsWith("mirror: 32.0 MiB of 32.0 MiB (100%), "), qPrintable(run.out));
+    }
+    if (interrupt == QLatin1String("leave")) {
+        QVERIFY2(run.err.contains("left 'mirror' running"), qPrintable(run.err));
+        QCOMPARE(PlanJson("mirror").value("isRunning").toBool(), true);
+    }
 }
 
 void tst_Apps::refusesToStart_data()

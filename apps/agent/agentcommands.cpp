@@ -47,6 +47,7 @@ int AgentCommands::Execute()
         {QStringLiteral("delete"), &AgentCommands::DeletePlan},
         {QStringLiteral("run"), &AgentCommands::RunPlan},
         {QStringLiteral("cancel"), &AgentCommands::CancelPlan},
+        {QStringLiteral("operations"), &AgentCommands::Operations},
         {QStringLiteral("journals"), &AgentCommands::Journals},
         {QStringLiteral("journal-delete"), &AgentCommands::DeleteJournals},
         {QStringLiteral("email"), &AgentCommands::Email}};

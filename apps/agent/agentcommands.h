@@ -23,7 +23,8 @@ enum AgentExit {
     ExitRefused = 2,    // the scheduler answered with an error (or the plan/journal is unknown)
     ExitNoAnswer = 3,   // no scheduler serves the endpoint, or no (usable) answer came in time
     ExitRunFailed = 4,  // run --wait: the run ended as Failed
-    ExitRunStopped = 5  // run --wait: the run ended as Cancelled or Interrupted
+    ExitRunStopped = 5, // run --wait: the run ended as Cancelled or Interrupted
+    ExitLeftRunning = 130   // run --wait/--follow: Ctrl-C, and the run was left running
 };
 
 // Runs one subcommand: checks its arguments first, then talks to the scheduler through
@@ -52,6 +53,12 @@ private:
     int DeletePlan();
     int RunPlan();
     int CancelPlan();
+    int Operations();
+    // Waits for the end of the run that state shows queued or started, live: with a progress line.
+    int FollowRun(const SchedulerPlan& state, bool live);
+    // What Ctrl-C during FollowRun does: -1 to go on following (the run was asked to cancel),
+    // or the exit code.
+    int OnInterrupt(const SchedulerPlan& plan);
     int Journals();
     int DeleteJournals();
     int Email();

@@ -31,9 +31,11 @@ QList<CommandShape> shapes()
             {text("edit"), 1, 1, edit, text("edit PLAN"),
              text("change a plan: --name, --operation, --parameter, trigger options")},
             {text("delete"), 1, 1, {}, text("delete PLAN"), text("delete a plan (its journals stay)")},
-            {text("run"), 1, 1, {text("wait")}, text("run PLAN [--wait]"),
-             text("run a plan now; --wait until it has ended (exit 4 failed, 5 cancelled)")},
+            {text("run"), 1, 1, {text("wait"), text("follow"), text("on-interrupt")},
+             text("run PLAN [--wait|--follow]"),
+             text("run a plan now; --wait until it has ended (exit 4 failed, 5 cancelled), --follow showing progress")},
             {text("cancel"), 1, 1, {}, text("cancel PLAN"), text("cancel a running or queued run")},
+            {text("operations"), 0, 0, {}, text("operations"), text("the operations a plan can run, and their parameters")},
             {text("journals"), 0, 1, {}, text("journals [PLAN]"), text("list the journals, all or of one plan")},
             {text("journal-delete"), 0, -1, {text("all")}, text("journal-delete JOURNAL...|--all"),
              text("delete journals")},
@@ -52,7 +54,8 @@ QString description()
         "PLAN is a plan name, a plan uuid or a unique prefix of one (4 characters at least,\n"
         "the brace may be left out); JOURNAL is a journal uuid or such a prefix of one.\n"
         "Exit codes: 0 done, 1 usage error, 2 the scheduler refused, 3 no scheduler answers,\n"
-        "4 run --wait: the run failed, 5 run --wait: the run was cancelled or interrupted.");
+        "4 run --wait/--follow: the run failed, 5 run --wait/--follow: the run was cancelled or\n"
+        "interrupted, 130 run --wait/--follow: left running after Ctrl-C.");
     return text;
 }
 
@@ -86,6 +89,9 @@ QList<QCommandLineOption> optionList()
         flag("no-last-day", "edit: no longer include the last day of the month."),
         flag("all", "journal-delete: delete every journal."),
         flag("wait", "run: wait until the run has ended and show how it ended."),
+        flag("follow", "run: show the run's progress live until it has ended, then its journal."),
+        valued("on-interrupt", "run --wait/--follow: what Ctrl-C does: ask (default; leave when there is no "
+                               "terminal to ask on), cancel the run, or leave it running.", "ask|cancel|leave"),
         valued("enable", "email set: notifications on (1) or off (0).", "0|1"),
         valued("recipients", "email set: recipient addresses.", "text"),
         valued("smtp-server", "email set: SMTP server host.", "host"),

@@ -227,6 +227,31 @@ QJsonObject PlanToJson(const SchedulerPlan& plan)
         {QStringLiteral("totalBytesToCopy"), number(plan.getTotalBytesToCopy())}};
 }
 
+QString ByteSize(quint64 bytes)
+{
+    if (bytes < 1024)
+        return QStringLiteral("%1 B").arg(bytes);
+    const char* units[] = {"KiB", "MiB", "GiB", "TiB"};
+    double value = bytes / 1024.0;
+    int unit = 0;
+    for (; value >= 1024 && unit < 3; ++unit)
+        value /= 1024;
+    return QStringLiteral("%1 %2").arg(value, 0, 'f', 1).arg(QLatin1String(units[unit]));
+}
+
+QString ProgressText(quint64 done, quint64 total, qint64 elapsedMs)
+{
+    const qint64 seconds = qMax<qint64>(0, elapsedMs) / 1000;
+    const quint64 rate = elapsedMs > 0 ? static_cast<quint64>(done * 1000.0 / elapsedMs) : 0;
+    const int percent = total > 0 ? static_cast<int>(qMin<quint64>(done, total) * 100 / total) : 0;
+    return QStringLiteral("%1 of %2 (%3%), %4/s, %5:%6")
+        .arg(ByteSize(done), ByteSize(total))
+        .arg(percent)
+        .arg(ByteSize(rate))
+        .arg(seconds / 60)
+        .arg(seconds % 60, 2, 10, QLatin1Char('0'));
+}
+
 QJsonObject JournalToJson(const JournalAttribute& journal)
 {
     return QJsonObject{

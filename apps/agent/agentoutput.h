@@ -49,6 +49,11 @@ QString TriggerSummary(const TriggerAttribute& trigger);
 // "task_{a1b2...}" shown as "task_a1b2c3d4"; other names unchanged.
 QString ShortTaskName(const QString& taskName);
 
+// "512 B", "12.0 KiB", "1.5 MiB", "2.3 GiB".
+QString ByteSize(quint64 bytes);
+// "12.0 MiB of 300.0 MiB (4%), 45.2 MiB/s, 0:03": a run's progress after elapsedMs.
+QString ProgressText(quint64 done, quint64 total, qint64 elapsedMs);
+
 QJsonObject PlanToJson(const SchedulerPlan& plan);
 QJsonObject JournalToJson(const JournalAttribute& journal);
 QJsonObject EmailToJson(const EmailConfigAttribute& email);

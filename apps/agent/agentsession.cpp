@@ -50,7 +50,7 @@ bool AgentSession::Open()
     }
     m_link = Link::Pending;
     m_manager.ClientConnectServer(m_endpoint);
-    if (!WaitUntil([this] { return m_link != Link::Pending; })) {
+    if (!WaitUntil([this] { return m_link != Link::Pending; }, m_timeoutMs)) {
         m_error = QStringLiteral("no connection within %1").arg(seconds(m_timeoutMs));
         return false;
     }
@@ -113,7 +113,7 @@ bool AgentSession::Call(quint64 type, const QString& planUuid, const QString& pl
     }
     command.release();  // the dispatch queue owns it now
 
-    WaitUntil([this] { return m_answer || m_link == Link::Lost; });
+    WaitUntil([this] { return m_answer || m_link == Link::Lost; }, m_timeoutMs);
     if (!m_answer) {
         m_answerTimedOut = m_link != Link::Lost;
         m_error = m_link == Link::Lost ? QStringLiteral("the connection was lost")
@@ -139,7 +139,43 @@ void AgentSession::Close()
     m_worker = nullptr;
 }
 
-bool AgentSession::WaitUntil(const std::function<bool()>& done)
+bool AgentSession::Subscribe(const QString& registrarName)
+{
+    CommandPtr command(CommandBuilder::BuilderCommand(ChannelCommandType), &CommandBuilder::DestroyCommand);
+    auto* channel = dynamic_cast<ChannelCommand*>(command.get());
+    if (!channel) {
+        m_error = QStringLiteral("cannot build a channel command");
+        return false;
+    }
+    channel->setCommunAttribute(m_endpoint);
+    channel->setClientUuid(m_clientUuid);
+    channel->setRedistrarName(registrarName);
+    m_subscribed = false;
+    if (!ClientCommunManager::RequestCommunCommand(channel)) {
+        m_error = QStringLiteral("the channel could not be queued");
+        return false;
+    }
+    command.release();
+    WaitUntil([this] { return m_subscribed || m_link == Link::Lost; }, m_timeoutMs);
+    if (!m_subscribed)
+        m_error = m_link == Link::Lost ? QStringLiteral("the connection was lost")
+                                       : QStringLiteral("no answer to the subscription within %1").arg(seconds(m_timeoutMs));
+    return m_subscribed;
+}
+
+bool AgentSession::NextEvent(Event& event, const std::function<bool()>& stop)
+{
+    WaitUntil([&] { return !m_events.empty() || m_link == Link::Lost || stop(); }, -1);
+    if (m_events.empty()) {
+        m_error = m_link == Link::Lost ? QStringLiteral("the connection was lost") : QStringLiteral("interrupted");
+        return false;
+    }
+    event = std::move(m_events.front());
+    m_events.pop_front();
+    return true;
+}
+
+bool AgentSession::WaitUntil(const std::function<bool()>& done, int timeoutMs)
 {
     QEventLoop loop;
     QTimer timer;
@@ -147,9 +183,10 @@ bool AgentSession::WaitUntil(const std::function<bool()>& done)
     timer.setTimerType(Qt::PreciseTimer);
     connect(&timer, &QTimer::timeout, &loop, &QEventLoop::quit);
     connect(this, &AgentSession::progressed, &loop, &QEventLoop::quit);
-    timer.start(m_timeoutMs);
+    if (timeoutMs >= 0)
+        timer.start(timeoutMs);
     // progressed is only emitted from queued slots, i.e. inside exec: no wake-up is missed.
-    while (!done() && timer.isActive())
+    while (!done() && (timeoutMs < 0 || timer.isActive()))
         loop.exec();
     return done();
 }
@@ -172,11 +209,34 @@ void AgentSession::onHostConnected(quint64, QString, quint16, bool bflag)
 void AgentSession::onReturnResult(QByteArray blocks)
 {
     CommandPtr command(CommandBuilder::BytearrayToCommand(blocks), &CommandBuilder::DestroyCommand);
+    if (auto* channel = dynamic_cast<ResultChannel*>(command.get())) {
+        OnChannelPackage(*channel);
+        return;
+    }
     auto* result = dynamic_cast<ResultCommand*>(command.get());
     // Only the answer to the request in flight counts; anything else is dropped.
     if (!result || m_answer || result->getCommandType() != SchedulerProtocol::ResultType
         || result->getSendCommandType() != m_awaitedType)
         return;
     m_answer.reset(new ResultCommand(*result));
+    emit progressed();
+}
+
+void AgentSession::OnChannelPackage(const ResultChannel& package)
+{
+    if (package.getResultData().isEmpty()) {
+        m_subscribed = true;
+    } else {
+        CommandPtr inner(CommandBuilder::BytearrayToCommand(package.getResultData()), &CommandBuilder::DestroyCommand);
+        auto* request = dynamic_cast<RequestCommand*>(inner.get());
+        if (!request || !m_subscribed)
+            return;
+        Event event;
+        event.type = request->getCommandType();
+        event.planUuid = request->getPlanUuid();
+        event.planName = request->getPlanName();
+        event.payload = request->getRequestData();
+        m_events.push_back(std::move(event));
+    }
     emit progressed();
 }

@@ -10,6 +10,7 @@
 #include <QString>
 #include <QThread>
 
+#include <deque>
 #include <functional>
 #include <memory>
 
@@ -32,6 +33,22 @@ public:
     // Stops the worker thread and the dispatch; called by the destructor too.
     void Close();
 
+    // An event the scheduler pushed to this session's channel (see Subscribe).
+    struct Event {
+        quint64 type = 0;   // SingleFlushScheduler, FlushSchedulers, TriggerExecute, TriggerUpdateInfo, FlushJournals
+        QString planUuid;
+        QString planName;
+        QByteArray payload;
+    };
+    // Registers this connection's channel under registrarName and waits for the confirmation;
+    // from then on the scheduler's events queue up for NextEvent.
+    bool Subscribe(const QString& registrarName);
+    // The oldest event not taken yet, waiting as long as it takes; false (see Error) when the
+    // connection was lost or stop() became true first (checked whenever woken, see Wake).
+    bool NextEvent(Event& event, const std::function<bool()>& stop);
+    // Wakes a waiting NextEvent or Call so that it checks its condition again.
+    void Wake() { emit progressed(); }
+
     // Why Open or Call failed, e.g. "no answer within 5 s".
     QString Error() const { return m_error; }
     // Whether the last Call failed because its answer did not come in time (it was sent).
@@ -50,7 +67,9 @@ private:
     enum class Link { Pending, Up, Refused, Lost };
 
     bool StartWorker();
-    bool WaitUntil(const std::function<bool()>& done);
+    void OnChannelPackage(const ResultChannel& package);
+    // Waits for done, at most timeoutMs (-1: as long as it takes).
+    bool WaitUntil(const std::function<bool()>& done, int timeoutMs);
 
     CommunAttribute m_endpoint;
     int m_timeoutMs;
@@ -65,6 +84,8 @@ private:
     Link m_link = Link::Pending;
     quint64 m_awaitedType = 0;              // the request type whose answer Call waits for
     std::unique_ptr<ResultCommand> m_answer;
+    bool m_subscribed = false;
+    std::deque<Event> m_events;
 };
 
 #endif

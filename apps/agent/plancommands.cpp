@@ -1,4 +1,4 @@
-// The plan subcommands: plans, new, edit, delete, run, cancel.
+// The plan subcommands: plans, show, new, edit, delete, cancel.
 #include "agentcommands.h"
 
 #include "agentoutput.h"
@@ -7,7 +7,6 @@
 #include <QDateTime>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QThread>
 
 namespace {
 
@@ -18,24 +17,6 @@ QString shownStatus(const SchedulerPlan& plan)
     if (plan.getSchemeAttribute().getExecutState() == SchedulerProtocol::QueuedState())
         return SchedulerProtocol::QueuedState();
     return plan.getSchemeAttribute().getStatus();
-}
-
-bool runHasEnded(const SchedulerPlan& plan)
-{
-    return !plan.getIsRunning() && plan.getSchemeAttribute().getExecutState() != SchedulerProtocol::QueuedState();
-}
-
-// The exit code of run --wait from the plan's resultCode of the ended run.
-int runExitCode(const SchedulerPlan& plan)
-{
-    switch (plan.getResultCode()) {
-    case 0:
-        return ExitOk;
-    case 1:
-        return ExitRunFailed;
-    default:   // 2 Cancelled, 3 Interrupted
-        return ExitRunStopped;
-    }
 }
 
 // Why the trigger's end (when it has one) lies before its start, naming the option
@@ -173,27 +154,6 @@ int AgentCommands::DeletePlan()
     else
         m_out << "deleted " << plan.getPlanUuid() << "  " << plan.getPlanName() << "\n";
     return ExitOk;
-}
-
-int AgentCommands::RunPlan()
-{
-    SchedulerPlan plan;
-    if (const int code = ResolvePlan(m_options.Arguments().first(), plan))
-        return code;
-    const QString what = QStringLiteral("run plan '%1'").arg(plan.getPlanName());
-    if (!m_options.IsSet(QStringLiteral("wait")))
-        return ApplyPlanChange(ExecuteOperationType, plan, QByteArray(), what);
-    SchedulerPlan state;
-    if (const int code = RequestPlanChange(ExecuteOperationType, plan, QByteArray(), what, state))
-        return code;
-    // The service answers once the run is queued or started; ask again until it has ended.
-    while (!runHasEnded(state)) {
-        QThread::msleep(200);
-        if (const int code = ResolvePlan(plan.getPlanUuid(), state))
-            return code;
-    }
-    PrintPlanState(state);
-    return runExitCode(state);
 }
 
 int AgentCommands::ShowPlan()

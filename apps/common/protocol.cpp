@@ -45,4 +45,15 @@ QString OutcomeText(quint64 outcome)
     }
 }
 
+QByteArray EncodeEvent(quint64 type, const QString& planUuid, const QString& planName, const QByteArray& payload)
+{
+    RequestCommand event(type);
+    event.setPlanUuid(planUuid);
+    event.setPlanName(planName);
+    event.setRequestData(payload);
+    QByteArray bytes;
+    CommandBuilder::CommandToBytearray(&event, bytes);
+    return bytes;
+}
+
 } // namespace SchedulerProtocol

@@ -15,6 +15,10 @@ namespace SchedulerProtocol {
 // Every answer of the scheduler is a ResultCommand of this type.
 constexpr quint64 ResultType = 2000;
 
+// A request of the reference programs beyond the library's named ones: the registered
+// operations. Answered with a QstringListData of "name<TAB>what its parameter holds" entries.
+constexpr quint64 LoadOperationsType = 150;
+
 // The error number inside a result code; 0 is success.
 enum ErrorNumber : quint32 {
     NoError = 0,
@@ -74,6 +78,11 @@ bool DecodePayload(const QByteArray& bytes, Record& record)
     record.Read(in);
     return in.status() == QDataStream::Ok && in.atEnd();
 }
+
+// Events pushed to a subscribed channel travel as the result data of a ResultChannel: an
+// encoded RequestCommand of the event's type, naming the plan and carrying the event's payload.
+// A ResultChannel without result data confirms the subscription.
+QByteArray EncodeEvent(quint64 type, const QString& planUuid, const QString& planName, const QByteArray& payload);
 
 template <typename Record>
 QByteArray EncodePayload(Record& record)

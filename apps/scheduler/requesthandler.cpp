@@ -9,6 +9,7 @@ using namespace SchedulerProtocol;
 RequestHandler::RequestHandler(SchedulerService& service, QObject* parent)
     : QObject(parent)
     , m_service(service)
+    , m_channels(service)
 {
     connect(&m_service, &SchedulerService::runFinished, this, &RequestHandler::onRunFinished);
 }
@@ -25,6 +26,10 @@ void RequestHandler::onIncomingBlockData(quint64, QIODevice* psocket, QByteArray
         CommandBuilder::BytearrayToCommand(bytes), &CommandBuilder::DestroyCommand);
     if (!server || !psocket || !command)
         return;
+    if (auto* channel = dynamic_cast<ChannelCommand*>(command.get())) {
+        m_channels.Subscribe(server, psocket, *channel);
+        return;
+    }
 
     bool deferred = false;
     ResultCommand result = Answer(*command, deferred);
@@ -76,6 +81,7 @@ RequestHandler::ErrorNumber RequestHandler::Handle(RequestCommand& request, Resu
     case DeleteAllJournalType: return m_service.DeleteAllJournals();
     case EmailConfigUpdateType: return EmailConfigUpdate(request);
     case LoadEmailConfigType: return LoadEmailConfig(result);
+    case LoadOperationsType: return LoadOperations(result);
     default: return UnknownCommand;
     }
 }
@@ -156,6 +162,18 @@ RequestHandler::ErrorNumber RequestHandler::LoadEmailConfig(ResultCommand& resul
 {
     RequestEmailConfigUpdateData data;
     data.setEmailConfigAttribute(m_service.Email());
+    result.setResultData(EncodePayload(data));
+    return NoError;
+}
+
+RequestHandler::ErrorNumber RequestHandler::LoadOperations(ResultCommand& result)
+{
+    QStringList entries;
+    const OperationRegistry& operations = m_service.Operations();
+    for (const QString& name : operations.Names())
+        entries << name + QLatin1Char('\t') + operations.Find(name)->parameterHelp;
+    QstringListData data;
+    data.setQstringList(entries);
     result.setResultData(EncodePayload(data));
     return NoError;
 }

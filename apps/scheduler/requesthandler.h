@@ -1,6 +1,7 @@
 #ifndef BACKUPFRAME_SCHEDULER_REQUESTHANDLER_H
 #define BACKUPFRAME_SCHEDULER_REQUESTHANDLER_H
 
+#include "eventchannels.h"
 #include "protocol.h"
 #include "schedulerservice.h"
 
@@ -12,7 +13,8 @@
 #include <QPointer>
 
 // Decodes each package a CommunServer receives, asks the service, and answers on the same
-// socket with a ResultCommand. A cancel is answered when the run has ended. Main thread.
+// socket with a ResultCommand. A cancel is answered when the run has ended. A ChannelCommand
+// subscribes its connection to the service's events. Main thread.
 class RequestHandler : public QObject
 {
     Q_OBJECT
@@ -47,12 +49,14 @@ private:
     ErrorNumber DeleteSelectJournal(const RequestCommand& request);
     ErrorNumber EmailConfigUpdate(const RequestCommand& request);
     ErrorNumber LoadEmailConfig(ResultCommand& result);
+    ErrorNumber LoadOperations(ResultCommand& result);
     ErrorNumber WithPlan(ErrorNumber error, const QString& planUuid, ResultCommand& result);
 
     void Send(CommunServer* server, QIODevice* socket, ResultCommand& result);
     QByteArray PlanPayload(const QString& planUuid) const;
 
     SchedulerService& m_service;
+    EventChannels m_channels;
     QHash<QString, QList<PendingAnswer>> m_waitingForEnd;   // plan uuid -> cancels to answer
 };
 

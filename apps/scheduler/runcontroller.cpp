@@ -72,6 +72,7 @@ ErrorNumber RunController::Request(const QString& planUuid, RunReason reason)
         m_store.EditVolatile(planUuid, [](SchedulerPlan& queued) {
             queued.getObjectSchemeAttribute().setExecutState(QueuedState());
         });
+        emit planStateChanged(planUuid);
     }
     Pump();
     return NoError;
@@ -120,6 +121,7 @@ void RunController::Begin(Run run)
             });
     m_running.insert(uuid, run);
     ServiceLog::Info(QStringLiteral("Run started: %1 %2 (%3).").arg(plan.getPlanName(), uuid, reasonText(run.reason)));
+    emit planStateChanged(uuid);
     emit runStarted(uuid);
     run.job->Start();
 }
@@ -132,6 +134,7 @@ void RunController::onJobProgress(const QString& planUuid, quint64 done, quint64
         plan.setBytesProcessed(done);
         plan.setTotalBytesToCopy(total);
     });
+    emit runProgressed(planUuid);
 }
 
 void RunController::onJobFinished(const QString& planUuid, quint64 outcome, const QString& reason,
@@ -175,6 +178,8 @@ void RunController::End(const Run& run, quint64 outcome, const QString& reason, 
                                                  static_cast<quint64>(msecs), reason, solution);
     if (!m_store.FinishRun(plan, journal))
         ServiceLog::Error(QStringLiteral("Store the end of a run of %1 failed in the End.").arg(run.planUuid));
+    emit planStateChanged(run.planUuid);
+    emit journalAdded(journal);
     ServiceLog::Info(QStringLiteral("Run finished: %1 %2: %3 in %4 ms%5")
                          .arg(plan.getPlanName(), run.planUuid, OutcomeText(outcome))
                          .arg(msecs)
@@ -207,8 +212,11 @@ void RunController::RecordWithoutRun(const QString& planUuid, quint64 outcome, c
         if (plan.getSchemeAttribute().getExecutState() == QueuedState())
             plan.getObjectSchemeAttribute().setExecutState(QString());
     });
-    if (!m_store.AddJournal(MakeJournal(*stored, outcome, now, now, 0, reason, solution)))
+    const JournalAttribute journal = MakeJournal(*stored, outcome, now, now, 0, reason, solution);
+    if (!m_store.AddJournal(journal))
         ServiceLog::Error(QStringLiteral("Store a journal of %1 failed in the RecordWithoutRun.").arg(planUuid));
+    emit journalAdded(journal);
+    emit planStateChanged(planUuid);
     ServiceLog::Info(QStringLiteral("Run %1: %2 %3 (%4)")
                          .arg(OutcomeText(outcome).toLower(), stored->getPlanName(), planUuid, reason));
 }

@@ -46,7 +46,13 @@ public:
                                         const QString& solution);
 
 signals:
+    // The plan's run state changed: queued, started, progressed, ended.
+    void planStateChanged(const QString& planUuid);
+    // The run's bytes processed moved on (superseded by the next one).
+    void runProgressed(const QString& planUuid);
     void runStarted(const QString& planUuid);
+    // A run ended or did not happen, and this journal says so (emitted before runFinished).
+    void journalAdded(const JournalAttribute& journal);
     void runFinished(const QString& planUuid, quint64 outcome);
 
 private:

@@ -39,6 +39,10 @@ SchedulerService::SchedulerService(SchedulerDatabase& database, const Settings& 
     connect(&m_triggers, &TriggerScheduler::due, this, &SchedulerService::onDue);
     connect(&m_runs, &RunController::runFinished, this, &SchedulerService::PruneJournals);
     connect(&m_runs, &RunController::runFinished, this, &SchedulerService::runFinished);
+    connect(&m_runs, &RunController::planStateChanged, this, &SchedulerService::planChanged);
+    connect(&m_runs, &RunController::runStarted, this, &SchedulerService::runStarted);
+    connect(&m_runs, &RunController::runProgressed, this, &SchedulerService::runProgressed);
+    connect(&m_runs, &RunController::journalAdded, this, &SchedulerService::journalAdded);
 }
 
 bool SchedulerService::Start()
@@ -120,7 +124,7 @@ void SchedulerService::HandleMissed(const SchedulerPlan& plan, const QDateTime& 
     }
 }
 
-void SchedulerService::Reschedule(const QString& planUuid, const QDateTime& after)
+void SchedulerService::Reschedule(const QString& planUuid, const QDateTime& after, bool announce)
 {
     const SchedulerPlan* stored = m_store.Find(planUuid);
     if (!stored)
@@ -128,7 +132,11 @@ void SchedulerService::Reschedule(const QString& planUuid, const QDateTime& afte
     const QDateTime next = TriggerSchedule::NextFireTime(stored->getTriggerAttribute(), after);
     m_triggers.Schedule(planUuid, next);
     const QString text = next.isValid() ? timeText(next) : QString();
+    if (text == stored->getNextStartTime())
+        return;
     m_store.EditVolatile(planUuid, [&text](SchedulerPlan& plan) { plan.setNextStartTime(text); });
+    if (announce)
+        emit nextStartChanged(planUuid);
 }
 
 void SchedulerService::onDue(const QString& planUuid, const QDateTime& instant)
@@ -159,8 +167,10 @@ void SchedulerService::PruneJournals(const QString& planUuid)
     int pruned = 0;
     if (!m_store.Database().PruneJournals(planUuid, m_settings.journalKeepPerPlan, before, pruned))
         ServiceLog::Error(QStringLiteral("Prune the journals of %1 failed in the PruneJournals.").arg(planUuid));
-    else if (pruned > 0)
+    else if (pruned > 0) {
         ServiceLog::Info(QStringLiteral("Journals pruned: %1 of plan %2.").arg(pruned).arg(planUuid));
+        emit journalsDeleted();
+    }
 }
 
 SchedulerService::ErrorNumber SchedulerService::CheckTask(const TaskAttribute& task,
@@ -192,7 +202,8 @@ SchedulerService::ErrorNumber SchedulerService::CreatePlan(const QString& name, 
         return StorageFailed;
     planUuid = uuid;
     ServiceLog::Info(QStringLiteral("Plan created: %1 (%2).").arg(planText(plan), plan.getTaskAttribute().getOperationRegisterName()));
-    Reschedule(uuid, now);
+    Reschedule(uuid, now, false);
+    emit planChanged(uuid);
     return NoError;
 }
 
@@ -218,7 +229,8 @@ SchedulerService::ErrorNumber SchedulerService::EditPlan(const QString& planUuid
     if (!m_store.Update(plan, triggerChanged ? now : QDateTime()))
         return StorageFailed;
     ServiceLog::Info(QStringLiteral("Plan edited: %1.").arg(planText(plan)));
-    Reschedule(planUuid, now);
+    Reschedule(planUuid, now, false);
+    emit planChanged(planUuid);
     return NoError;
 }
 
@@ -228,11 +240,13 @@ SchedulerService::ErrorNumber SchedulerService::DeletePlan(const QString& planUu
     if (!stored)
         return PlanNotFound;
     const QString text = planText(*stored);
+    const QString name = stored->getPlanName();
     m_runs.Cancel(planUuid);   // a run in progress still ends with its journal
     if (!m_store.Remove(planUuid))
         return StorageFailed;
     m_triggers.Remove(planUuid);
     ServiceLog::Info(QStringLiteral("Plan deleted: %1.").arg(text));
+    emit planDeleted(planUuid, name);
     return NoError;
 }
 
@@ -257,13 +271,21 @@ SchedulerService::ErrorNumber SchedulerService::LoadJournals(const QString& plan
 SchedulerService::ErrorNumber SchedulerService::DeleteJournals(const QStringList& journalUuids)
 {
     int deleted = 0;
-    return m_store.Database().DeleteJournals(journalUuids, deleted) ? NoError : StorageFailed;
+    if (!m_store.Database().DeleteJournals(journalUuids, deleted))
+        return StorageFailed;
+    if (deleted > 0)
+        emit journalsDeleted();
+    return NoError;
 }
 
 SchedulerService::ErrorNumber SchedulerService::DeleteAllJournals()
 {
     int deleted = 0;
-    return m_store.Database().DeleteAllJournals(deleted) ? NoError : StorageFailed;
+    if (!m_store.Database().DeleteAllJournals(deleted))
+        return StorageFailed;
+    if (deleted > 0)
+        emit journalsDeleted();
+    return NoError;
 }
 
 SchedulerService::ErrorNumber SchedulerService::UpdateEmail(const EmailConfigAttribute& settings)

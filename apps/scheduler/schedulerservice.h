@@ -57,14 +57,23 @@ public:
     const OperationRegistry& Operations() const { return m_operations; }
 
 signals:
+    // What agents are told of (see EventChannels), in the order it happens.
+    void planChanged(const QString& planUuid);          // created, edited, or its run state changed
+    void planDeleted(const QString& planUuid, const QString& planName);
+    void runStarted(const QString& planUuid);
+    void runProgressed(const QString& planUuid);
+    void nextStartChanged(const QString& planUuid);
+    void journalAdded(const JournalAttribute& journal);
+    void journalsDeleted();
     void runFinished(const QString& planUuid, quint64 outcome);
 
 private:
     ErrorNumber CheckTask(const TaskAttribute& task, const TriggerAttribute& trigger) const;
     void RecoverInterruptedRuns();
     void HandleMissed(const SchedulerPlan& plan, const QDateTime& now);
-    // Arms the plan's next fire after `after` and shows it as the plan's next start.
-    void Reschedule(const QString& planUuid, const QDateTime& after);
+    // Arms the plan's next fire after `after` and shows it as the plan's next start;
+    // announce: tell agents when the next start changed.
+    void Reschedule(const QString& planUuid, const QDateTime& after, bool announce = true);
     void onDue(const QString& planUuid, const QDateTime& instant);
     void PruneJournals(const QString& planUuid);
 

@@ -45,8 +45,8 @@ QString ZipSettings::ParameterHelp()
 {
     return QStringLiteral("source=FOLDER and destination=FOLDER lines (absolute; the destination must exist), "
                           "optional exclude=PATTERNS (as for copy) and keep=NUMBER (archives of the plan to keep, "
-                          "0 keeps all; default 0); writes the source into a new TASK-yyyyMMdd-hhmmss.zip; "
-                          "can be cancelled");
+                          "0 keeps all; default 0); writes the source into a new PLAN-ID-yyyyMMdd-hhmmss.zip "
+                          "(the plan's name, the start of its id, the run's start); can be cancelled");
 }
 
 // The folder keys are checked by the copy's own rules, so that both operations accept the same folders.

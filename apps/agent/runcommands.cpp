@@ -1,0 +1,256 @@
+// The run subcommands: run (with --wait and --follow, fed by the scheduler's pushed events)
+// and operations.
+#include "agentcommands.h"
+
+#include "agentoutput.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSocketNotifier>
+
+#include <csignal>
+#include <iostream>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace SchedulerProtocol;
+
+namespace {
+
+int g_interruptPipe[2] = {-1, -1};
+volatile sig_atomic_t g_interrupts = 0;
+
+void onInterrupt(int)
+{
+    // A second Ctrl-C while the first is being dealt with ends the agent at once.
+    if (g_interrupts++ > 0)
+        _exit(ExitLeftRunning);
+    const char byte = 1;
+    [[maybe_unused]] ssize_t n = ::write(g_interruptPipe[1], &byte, 1);
+}
+
+// Turns Ctrl-C into a flag that a waiting session checks (self-pipe: nothing else is safe
+// in a handler); the default action comes back with its end.
+class InterruptWatch
+{
+public:
+    explicit InterruptWatch(AgentSession& session)
+    {
+        if (::socketpair(AF_UNIX, SOCK_STREAM, 0, g_interruptPipe) != 0)
+            return;
+        m_notifier.reset(new QSocketNotifier(g_interruptPipe[0], QSocketNotifier::Read));
+        QObject::connect(m_notifier.get(), &QSocketNotifier::activated, [this, &session] {
+            char byte = 0;
+            [[maybe_unused]] ssize_t n = ::read(g_interruptPipe[0], &byte, 1);
+            m_pending = true;
+            session.Wake();
+        });
+        struct sigaction action = {};
+        action.sa_handler = onInterrupt;
+        sigemptyset(&action.sa_mask);
+        action.sa_flags = SA_RESTART;
+        sigaction(SIGINT, &action, nullptr);
+    }
+    ~InterruptWatch()
+    {
+        ::signal(SIGINT, SIG_DFL);
+        m_notifier.reset();
+        for (int& fd : g_interruptPipe) {
+            if (fd >= 0)
+                ::close(fd);
+            fd = -1;
+        }
+    }
+    bool Pending() const { return m_pending; }
+    void Clear() { m_pending = false; }
+
+private:
+    std::unique_ptr<QSocketNotifier> m_notifier;
+    bool m_pending = false;
+};
+
+int exitCodeOf(const QString& result)
+{
+    switch (AgentOutput::ResultCodeOf(result)) {
+    case Succeeded: return ExitOk;
+    case Failed: return ExitRunFailed;
+    default: return ExitRunStopped;
+    }
+}
+
+} // namespace
+
+int AgentCommands::RunPlan()
+{
+    const bool wait = m_options.IsSet(QStringLiteral("wait"));
+    const bool follow = m_options.IsSet(QStringLiteral("follow"));
+    if (wait && follow)
+        return Usage(QStringLiteral("--wait and --follow do not go together"));
+    const QString onInterrupt = m_options.Value(QStringLiteral("on-interrupt"));
+    if (!onInterrupt.isEmpty() && !QStringList{"ask", "cancel", "leave"}.contains(onInterrupt))
+        return Usage(QStringLiteral("--on-interrupt wants ask, cancel or leave"));
+    if (!onInterrupt.isEmpty() && !wait && !follow)
+        return Usage(QStringLiteral("--on-interrupt goes with --wait or --follow"));
+    SchedulerPlan plan;
+    if (const int code = ResolvePlan(m_options.Arguments().first(), plan))
+        return code;
+    const QString what = QStringLiteral("run plan '%1'").arg(plan.getPlanName());
+    if (!wait && !follow)
+        return ApplyPlanChange(ExecuteOperationType, plan, QByteArray(), what);
+    // Subscribed before the run is asked for, so that none of its events can be missed.
+    if (!m_session->Subscribe(QStringLiteral("backupframe-agent %1").arg(QCoreApplication::applicationPid())))
+        return NoAnswer(m_session->Error());
+    SchedulerPlan state;
+    if (const int code = RequestPlanChange(ExecuteOperationType, plan, QByteArray(), what, state))
+        return code;
+    return FollowRun(state, follow);
+}
+
+int AgentCommands::FollowRun(const SchedulerPlan& state, bool live)
+{
+    const bool json = m_options.Json();
+    const bool terminal = ::isatty(STDOUT_FILENO) && !json;
+    const QString uuid = state.getPlanUuid();
+    const QString name = AgentOutput::Escaped(state.getPlanName());
+    SchedulerPlan last = state;
+    QElapsedTimer clock;
+    clock.start();
+    bool lineOpen = false;   // a progress line on a terminal, rewritten in place
+    auto endLine = [&] {
+        if (lineOpen)
+            m_out << "\n";
+        lineOpen = false;
+    };
+    auto event = [&](const char* kind, QJsonObject object) {
+        object.insert(QStringLiteral("event"), QLatin1String(kind));
+        object.insert(QStringLiteral("planUuid"), uuid);
+        m_out << QJsonDocument(object).toJson(QJsonDocument::Compact) << "\n";   // one line per event
+        m_out.flush();
+    };
+
+    InterruptWatch interrupts(*m_session);
+    AgentSession::Event pushed;
+    for (;;) {
+        if (!m_session->NextEvent(pushed, [&] { return interrupts.Pending(); })) {
+            if (!interrupts.Pending()) {
+                endLine();
+                return NoAnswer(m_session->Error() + QStringLiteral("; the run goes on in the scheduler"));
+            }
+            interrupts.Clear();
+            endLine();
+            const int code = OnInterrupt(last);
+            if (code >= 0)
+                return code;
+            continue;
+        }
+        if (pushed.planUuid != uuid)
+            continue;
+        if (pushed.type == TriggerExecuteType) {
+            clock.restart();
+            if (live && json)
+                event("started", QJsonObject{{QStringLiteral("planName"), pushed.planName}});
+        } else if (pushed.type == SingleFlushSchedulerType) {
+            SchedulerPlanData data;
+            if (!DecodePayload(pushed.payload, data))
+                continue;
+            last = data.getRfrnSchedulerPlan();
+            if (!live || !last.getIsRunning() || last.getTotalBytesToCopy() == 0)
+                continue;
+            const quint64 done = last.getBytesProcessed();
+            const quint64 total = last.getTotalBytesToCopy();
+            if (json) {
+                event("progress", QJsonObject{
+                    {QStringLiteral("bytesProcessed"), static_cast<double>(done)},
+                    {QStringLiteral("totalBytesToCopy"), static_cast<double>(total)},
+                    {QStringLiteral("percent"), total ? static_cast<int>(qMin(done, total) * 100 / total) : 0},
+                    {QStringLiteral("bytesPerSecond"),
+                     clock.elapsed() > 0 ? static_cast<double>(done) * 1000.0 / clock.elapsed() : 0.0},
+                    {QStringLiteral("elapsedMs"), static_cast<double>(clock.elapsed())}});
+                continue;
+            }
+            const QString line = name + QStringLiteral(": ") + AgentOutput::ProgressText(done, total, clock.elapsed());
+            if (terminal) {
+                m_out << "\r" << line << "\x1b[K";
+                lineOpen = true;
+            } else {
+                m_out << line << "\n";
+            }
+            m_out.flush();
+        } else if (pushed.type == FlushJournalsType) {
+            ResultLoadJournalsData data;
+            if (!DecodePayload(pushed.payload, data) || data.getJournalAttrList().isEmpty())
+                continue;
+            const JournalAttribute journal = *data.getJournalAttrList().first();
+            if (journal.getResult() == OutcomeText(Skipped))
+                continue;   // an occurrence that was due meanwhile, not this run's end
+            endLine();
+            if (!live) {
+                PrintPlanState(last);
+            } else if (json) {
+                event("finished", QJsonObject{{QStringLiteral("journal"), AgentOutput::JournalToJson(journal)}});
+            } else {
+                m_out << name << ": " << journal.getResult() << " after " << journal.getTimeConsuming() << " ms";
+                if (!journal.getErrorReason().isEmpty())
+                    m_out << ": " << AgentOutput::Escaped(journal.getErrorReason());
+                m_out << "\n";
+                if (!journal.getSolution().isEmpty())
+                    m_out << "  what to do: " << AgentOutput::Escaped(journal.getSolution()) << "\n";
+            }
+            return exitCodeOf(journal.getResult());
+        }
+    }
+}
+
+int AgentCommands::OnInterrupt(const SchedulerPlan& plan)
+{
+    QString choice = m_options.Value(QStringLiteral("on-interrupt"));
+    if (choice.isEmpty() || choice == QLatin1String("ask")) {
+        choice = QStringLiteral("leave");
+        if (::isatty(STDIN_FILENO)) {
+            m_err << "Cancel the run of '" << AgentOutput::Escaped(plan.getPlanName()) << "'? [y/N] ";
+            m_err.flush();
+            std::string answer;
+            if (std::getline(std::cin, answer) && (answer == "y" || answer == "Y" || answer == "yes"))
+                choice = QStringLiteral("cancel");
+        }
+    }
+    if (choice == QLatin1String("leave")) {
+        m_err << "backupframe-agent: left '" << AgentOutput::Escaped(plan.getPlanName())
+              << "' running; 'backupframe-agent show " << plan.getPlanUuid() << "' tells how far it is\n";
+        return ExitLeftRunning;
+    }
+    // Answered once the run has ended; its journal then arrives as an event.
+    const int code = Call(CancelOperationType, plan.getPlanUuid(), plan.getPlanName(), QByteArray(),
+                          QStringLiteral("cancel plan '%1'").arg(plan.getPlanName()));
+    g_interrupts = 0;
+    return code == ExitOk || code == ExitRefused ? -1 : code;
+}
+
+int AgentCommands::Operations()
+{
+    const QString what = QStringLiteral("list the operations");
+    QByteArray bytes;
+    if (const int code = Call(LoadOperationsType, QString(), QString(), QByteArray(), what, &bytes))
+        return code;
+    QstringListData data;
+    if (const int code = Decode(bytes, data, what))
+        return code;
+    QJsonArray array;
+    AgentOutput::Table table;
+    table.AddRow({QStringLiteral("NAME"), QStringLiteral("PARAMETER")});
+    for (const QString& entry : data.getQstringList()) {
+        const QString name = entry.section(QLatin1Char('\t'), 0, 0);
+        const QString parameter = entry.section(QLatin1Char('\t'), 1);
+        array.append(QJsonObject{{QStringLiteral("name"), name}, {QStringLiteral("parameter"), parameter}});
+        table.AddRow({name, parameter});
+    }
+    if (m_options.Json())
+        PrintJson(array);
+    else
+        m_out << table.Render();
+    return ExitOk;
+}
