@@ -5,6 +5,8 @@
 
 #include <backupframe.h>
 
+#include <QCryptographicHash>
+#include <QDirIterator>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QJsonArray>
@@ -24,6 +26,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <sys/stat.h>
 #include <memory>
 
 namespace {
@@ -131,6 +134,33 @@ private:
     bool m_confirmed = false;
 };
 
+// Every file below root by its relative path, with the SHA-1 of its content.
+QMap<QString, QByteArray> digests(const QString& root)
+{
+    QMap<QString, QByteArray> files;
+    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        QFile file(it.next());
+        QCryptographicHash hash(QCryptographicHash::Sha1);
+        if (file.open(QIODevice::ReadOnly) && hash.addData(&file))
+            files.insert(QDir(root).relativeFilePath(file.fileName()), hash.result());
+    }
+    return files;
+}
+
+// Every file below root by its relative path, with its inode: a file written anew has another.
+QMap<QString, quint64> inodes(const QString& root)
+{
+    QMap<QString, quint64> files;
+    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        struct stat status = {};
+        if (::stat(QFile::encodeName(it.next()).constData(), &status) == 0)
+            files.insert(QDir(root).relativeFilePath(it.filePath()), status.st_ino);
+    }
+    return files;
+}
+
 // The JSON objects of an agent's output, one per line.
 QList<QJsonObject> jsonLines(const QString& out)
 {
@@ -178,7 +208,7 @@ private slots:
     void missedOccurrenceRunsOnceAfterRestart();
     void runCutShortIsJournaledAsInterrupted_data();
     void runCutShortIsJournaledAsInterrupted();
-    void zipArchiveIsNamedAfterThePlan();
+    void aLargeTreeIsCopiedCancelledAndZipped();
     void subscribersAreToldOfARunInOrder();
     void aSubscriberThatDoesNotReadIsCutOff();
     void followShowsTheRunLive_data();
@@ -828,20 +858,101 @@ void tst_Apps::runCutShortIsJournaledAsInterrupted()
     QVERIFY(!plan.value("startTime").toString().isEmpty() && !plan.value("endTime").toString().isEmpty());
 }
 
-void tst_Apps::zipArchiveIsNamedAfterThePlan()
+// A few hundred small files and three large ones, 300 MiB in all: copied with monotonic progress
+// while the service answers, copied again only where changed, cancelled mid-file, zipped.
+void tst_Apps::aLargeTreeIsCopiedCancelledAndZipped()
 {
-    const QString source = m_dir->filePath(QStringLiteral("photos"));
-    const QString destination = m_dir->filePath(QStringLiteral("archives"));
-    QVERIFY(QDir().mkpath(source + "/2026") && QDir().mkpath(destination));
-    QFile file(source + "/2026/p.jpg");
-    QVERIFY(file.open(QIODevice::WriteOnly) && file.write("jpeg") == 4);
-    file.close();
-    const QString uuid = NewPlan({"My Photos/2026", "zip", QStringLiteral("source=%1;destination=%2").arg(source, destination)});
-    QCOMPARE(Agent({"run", "--wait", uuid}).code, 0);
-    const QStringList archives = QDir(destination).entryList(QDir::Files | QDir::Hidden);
-    QCOMPARE(archives.size(), 1);
-    const QString pattern = QStringLiteral("^My_Photos_2026-%1-\\d{8}-\\d{6}\\.zip$").arg(uuid.mid(1, 8));
-    QVERIFY2(QRegularExpression(pattern).match(archives.first()).hasMatch(), qPrintable(archives.first()));
+    const QString source = m_dir->filePath(QStringLiteral("source"));
+    const QString mirror = m_dir->filePath(QStringLiteral("mirror"));
+    const QString archives = m_dir->filePath(QStringLiteral("archives"));
+    QVERIFY(QDir().mkpath(mirror) && QDir().mkpath(archives));
+    QRandomGenerator random(7);
+    double total = 0;
+    for (int i = 0; i < 300; ++i) {
+        QByteArray small(4 * (256 + random.bounded(2048)), Qt::Uninitialized);
+        random.fillRange(reinterpret_cast<quint32*>(small.data()), small.size() / 4);
+        QVERIFY(QDir().mkpath(QStringLiteral("%1/d%2").arg(source).arg(i % 10)));
+        QVERIFY(writeFile(QStringLiteral("%1/d%2/f%3").arg(source).arg(i % 10).arg(i), small));
+        total += small.size();
+    }
+    QByteArray big;
+    for (int line = 0; big.size() < 100 * 1024 * 1024; ++line)
+        big += QByteArray::number(line).rightJustified(12, '0') + " of a large file that compresses well\n";
+    const QStringList bigFiles{"a.big", "d3/b.big", "d7/c.big"};
+    for (const QString& name : bigFiles)
+        QVERIFY(writeFile(source + '/' + name, big));
+    total += 3.0 * big.size();
+    const QString plan = NewPlan({"mirror", "copy", QStringLiteral("source=%1;destination=%2").arg(source, mirror)});
+
+    // Runs the plan with --follow --json until a progress event is past atLeast bytes.
+    QByteArray seen;
+    auto followUntil = [&](QProcess& agent, double atLeast) {
+        seen.clear();
+        StartAgent(agent, {"--json", "run", plan, "--follow"});
+        return QTest::qWaitFor([&] {
+            seen += agent.readAllStandardOutput();
+            const QList<QJsonObject> events = jsonLines(QString::fromUtf8(seen.left(seen.lastIndexOf('\n'))));
+            return !events.isEmpty() && events.last().value("bytesProcessed").toDouble() > atLeast;
+        }, 60000);
+    };
+    QProcess agent;
+    QElapsedTimer clock;
+    clock.start();
+    QVERIFY(followUntil(agent, 0));
+    const QJsonObject status = AgentJson({"status"}).object();
+    QCOMPARE(values(status, {"answers", "running"}), (QStringList{"true", "1"}));
+    qInfo("a status request during the copy took %d ms", status.value("roundTripMs").toInt());
+    AgentRun run = Finish(agent, clock, 120000);
+    QCOMPARE(run.code, 0);
+    double done = 0;
+    for (const QJsonObject& event : jsonLines(QString::fromUtf8(seen) + run.out)) {
+        if (event.value("event") == QLatin1String("progress")) {
+            QVERIFY(event.value("bytesProcessed").toDouble() >= done);
+            done = event.value("bytesProcessed").toDouble();
+        }
+    }
+    QCOMPARE(done, total);
+    QCOMPARE(digests(mirror), digests(source));
+
+    // Again after one small file changed: only that file is written anew.
+    const QMap<QString, quint64> before = inodes(mirror);
+    QVERIFY(writeFile(source + "/d4/f4", "changed"));
+    QCOMPARE(Agent({"run", "--wait", plan}).code, 0);
+    const QMap<QString, quint64> after = inodes(mirror);
+    QCOMPARE(after.keys(), before.keys());
+    for (const QString& file : before.keys())
+        QVERIFY2((after[file] != before[file]) == (file == "d4/f4"), qPrintable(file));
+
+    // Cancelled while a large file is being written anew: gone within a second, nothing half-written.
+    for (const QString& name : bigFiles) {
+        QFile file(source + '/' + name);
+        QVERIFY(file.open(QIODevice::ReadWrite)
+                && file.setFileTime(QDateTime::currentDateTime().addDays(-1), QFileDevice::FileModificationTime));
+    }
+    clock.restart();
+    QVERIFY(followUntil(agent, 16 * 1024 * 1024));
+    QElapsedTimer cancelling;
+    cancelling.start();
+    QCOMPARE(Agent({"cancel", plan}).code, 0);
+    qInfo("the cancel was answered, the run having ended, after %lld ms", cancelling.elapsed());
+    QVERIFY(cancelling.elapsed() < 5000);
+    run = Finish(agent, clock);
+    QCOMPARE(run.code, 5);
+    QCOMPARE(jsonLines(run.out).last().value("journal").toObject().value("result").toString(), QStringLiteral("Cancelled"));
+    QCOMPARE(digests(mirror), digests(source));   // the old copies, whole, and no temporary file
+
+    // The zip of the same tree passes unzip's test and unpacks to the same files.
+    const QString zipPlan = NewPlan({"My Photos/2026", "zip", QStringLiteral("source=%1;destination=%2").arg(source, archives)});
+    QCOMPARE(Agent({"run", "--wait", zipPlan}).code, 0);
+    const QStringList written = QDir(archives).entryList(QDir::Files | QDir::Hidden);
+    QCOMPARE(written.size(), 1);
+    const QString pattern = QStringLiteral("^My_Photos_2026-%1-\\d{8}-\\d{6}\\.zip$").arg(zipPlan.mid(1, 8));
+    QVERIFY2(QRegularExpression(pattern).match(written.first()).hasMatch(), qPrintable(written.first()));
+    const QString archive = QDir(archives).filePath(written.first());
+    QCOMPARE(QProcess::execute(QStringLiteral("unzip"), {"-tqq", archive}), 0);
+    const QString unpacked = m_dir->filePath(QStringLiteral("unpacked"));
+    QCOMPARE(QProcess::execute(QStringLiteral("unzip"), {"-qq", archive, "-d", unpacked}), 0);
+    QCOMPARE(digests(unpacked), digests(source));
 }
 
 void tst_Apps::subscribersAreToldOfARunInOrder()
