@@ -1,6 +1,7 @@
 // The copy operation on real folders: a mirror byte for byte with times and permissions, a
 // second run that writes only what changed, excludes, a cancel that leaves nothing half
-// written, and every failure with a reason and a solution of its own.
+// written, and every failure with a reason and a solution of its own: a full or read-only
+// destination is a small tmpfs mounted for the row, and runs obey file modes even as root.
 #include "copyjob.h"
 #include "operationregistry.h"
 #include "schedulerservice.h"
@@ -12,6 +13,11 @@
 #include <QtTest>
 
 #include <functional>
+
+#include <linux/capability.h>
+#include <sys/mount.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace {
 
@@ -42,12 +48,13 @@ void writeFile(const QString& path, const QByteArray& content, const QDateTime& 
     QVERIFY(file.setPermissions(permissions));
 }
 
-// Twenty MiB and a bit, no two neighbouring MiB alike.
+// Twenty MiB and a bit that do not compress (a zip fills a small disk too), the same in every run.
 QByteArray bigContent()
 {
     QByteArray big(20 * 1024 * 1024 + 12345, Qt::Uninitialized);
-    for (int i = 0; i < big.size(); ++i)
-        big[i] = static_cast<char>((quint32(i) * 2654435761u) >> 24);
+    QRandomGenerator random(20211);
+    for (char& byte : big)
+        byte = static_cast<char>(random.generate());
     return big;
 }
 
@@ -80,6 +87,53 @@ QStringList filesBelow(const QString& root)
     return files;
 }
 
+// Takes the rights to pass over file modes out of the effective set of this thread, and of the
+// threads it starts meanwhile, so that root meets modes as the service's user would. They stay
+// permitted and come back at the end.
+class ModesApply
+{
+public:
+    ModesApply()
+    {
+        m_lowered = syscall(SYS_capget, &m_header, m_saved) == 0;
+        __user_cap_data_struct lowered[2] = {m_saved[0], m_saved[1]};
+        lowered[0].effective &= ~((1u << CAP_DAC_OVERRIDE) | (1u << CAP_DAC_READ_SEARCH));
+        m_lowered = m_lowered && syscall(SYS_capset, &m_header, lowered) == 0;
+    }
+    ~ModesApply()
+    {
+        if (m_lowered)
+            syscall(SYS_capset, &m_header, m_saved);
+    }
+
+private:
+    __user_cap_header_struct m_header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct m_saved[2]{};
+    bool m_lowered = false;
+};
+
+// A 1 MiB tmpfs on a folder for the life of the object, read-only on request.
+class SmallTmpfs
+{
+public:
+    SmallTmpfs(const QString& path, bool readOnly)
+        : m_path(QFile::encodeName(path))
+    {
+        m_mounted = QDir().mkpath(path)
+                    && ::mount("tmpfs", m_path.constData(), "tmpfs", readOnly ? MS_RDONLY : 0, "size=1m") == 0;
+    }
+    ~SmallTmpfs()
+    {
+        if (m_mounted)
+            ::umount2(m_path.constData(), MNT_DETACH);
+    }
+    bool Mounted() const { return m_mounted; }
+
+private:
+    QByteArray m_path;
+    bool m_mounted = false;
+};
+
 } // namespace
 
 class tst_Operations : public QObject
@@ -88,6 +142,7 @@ class tst_Operations : public QObject
 
 private slots:
     void init();
+    void cleanup() { m_mount.reset(); }
     void mirrorsTheTreeWithTimesAndPermissions();
     void aSecondRunCopiesOnlyWhatChanged_data();
     void aSecondRunCopiesOnlyWhatChanged();
@@ -108,9 +163,11 @@ private slots:
 
 private:
     Result Run(const QByteArray& parameter, const Hook& hook = Hook(), const QString& operation = "copy");
+    QString Obstruct(const QString& destination, const QString& locked);
     QString Source() const { return m_dir->filePath(QStringLiteral("source")); }
     QString Destination() const { return m_dir->filePath(QStringLiteral("destination")); }
 
+    std::unique_ptr<SmallTmpfs> m_mount;    // gone before m_dir
     std::unique_ptr<QTemporaryDir> m_dir;   // holds source, destination and whatever a row needs beside them
     const OperationRegistry m_registry = OperationRegistry::WithBuiltIns();
 };
@@ -128,6 +185,7 @@ Result tst_Operations::Run(const QByteArray& parameter, const Hook& hook, const 
     task.setTaskName(QStringLiteral("nightly"));
     task.setOperationRegisterName(operation);
     task.setOperationParameter(parameter);
+    const ModesApply modesApply;
     std::unique_ptr<RunJob> job(m_registry.Create(task));
     Result result;
     bool finished = false;
@@ -150,6 +208,20 @@ Result tst_Operations::Run(const QByteArray& parameter, const Hook& hook, const 
     if (const auto* zip = dynamic_cast<ZipJob*>(job.get()))
         result.archive = zip->ArchivePath();
     return result;
+}
+
+// Puts a row's obstacles in place: a full or read-only file system at the destination "full" or
+// "readonly", and locked (relative to the temporary folder) made mode 0. Empty, or why it cannot.
+QString tst_Operations::Obstruct(const QString& destination, const QString& locked)
+{
+    if (destination == "full" || destination == "readonly") {
+        m_mount.reset(new SmallTmpfs(m_dir->filePath(destination), destination == "readonly"));
+        if (!m_mount->Mounted())
+            return QStringLiteral("Mounting a tmpfs needs root with CAP_SYS_ADMIN: %1").arg(qt_error_string(errno));
+    }
+    if (!locked.isEmpty())
+        QFile::setPermissions(m_dir->filePath(locked), {});   // a failure shows as a run that succeeds
+    return QString();
 }
 
 void tst_Operations::mirrorsTheTreeWithTimesAndPermissions()
@@ -234,34 +306,53 @@ void tst_Operations::excludesLeaveOutNamesPathsAndFolders()
 void tst_Operations::runsThatDoNotSucceedSayWhyAndLeaveNoPartialFile_data()
 {
     QTest::addColumn<QString>("source");
-    QTest::addColumn<QString>("destination");
+    QTest::addColumn<QString>("destination");   // "full" and "readonly" are file systems of their own
+    QTest::addColumn<QString>("locked");        // made mode 0
     QTest::addColumn<int>("change");   // on the big file's first progress: 0 none, 1 cancel, 2 shrink it, 3 delete the next file
     QTest::addColumn<quint64>("outcome");
-    QTest::addColumn<QString>("reason");     // %1 the temporary folder
+    QTest::addColumn<QString>("reason");     // %1 the temporary folder, here and in the solution
     QTest::addColumn<QString>("solution");   // empty: the job has none of its own
-    QTest::addColumn<QStringList>("copied");
+    QTest::addColumn<QStringList>("copied");   // what the destination holds afterwards
 
     const quint64 failed = SchedulerProtocol::Failed;
-    QTest::newRow("a cancel drops the file being written") << "source" << "destination" << 1
+    QTest::newRow("a cancel drops the file being written") << "source" << "destination" << "" << 1
         << quint64(SchedulerProtocol::Cancelled) << "cancelled" << "" << QStringList();
-    QTest::newRow("a file that shrinks fails on its size") << "source" << "destination" << 2 << failed
+    QTest::newRow("a file that shrinks fails on its size") << "source" << "destination" << "" << 2 << failed
         << "%1/source/big.bin changed size" << "not in use" << QStringList();
-    QTest::newRow("a file that vanishes fails by name") << "source" << "destination" << 3 << failed
+    QTest::newRow("a file that vanishes fails by name") << "source" << "destination" << "" << 3 << failed
         << "%1/source/later/small vanished" << "run the plan again" << QStringList{"big.bin"};
-    QTest::newRow("a missing source") << "missing" << "destination" << 0 << failed
+    QTest::newRow("a missing source") << "missing" << "destination" << "" << 0 << failed
         << "source folder %1/missing does not exist" << "correct source=" << QStringList();
-    QTest::newRow("a missing destination is not made") << "source" << "missing" << 0 << failed
+    QTest::newRow("a missing destination is not made") << "source" << "missing" << "" << 0 << failed
         << "destination folder %1/missing does not exist" << "create the folder" << QStringList();
-    QTest::newRow("a destination that is a file") << "source" << "file" << 0 << failed
+    QTest::newRow("a destination that is a file") << "source" << "file" << "" << 0 << failed
         << "destination folder %1/file is not a folder" << "correct destination=" << QStringList();
-    QTest::newRow("a file where a subfolder should be") << "source" << "blocked" << 0 << failed
-        << "folder %1/blocked/later could not" << "no file stands where" << QStringList();
+    QTest::newRow("a file where a subfolder should be") << "source" << "blocked" << "" << 0 << failed
+        << "folder %1/blocked/later could not be made: a file of that name stands in its place"
+        << "Move or rename that file" << QStringList{"later"};
+    QTest::newRow("a destination that fills up drops the file being written") << "source" << "full" << "" << 0
+        << failed << "%1/full/big.bin could not be written: the destination is full (No space left on device)"
+        << "Free space on the destination" << QStringList();
+    QTest::newRow("a read-only destination") << "source" << "readonly" << "" << 0 << failed
+        << "folder %1/readonly/later could not be made: the destination is on a read-only file system"
+        << "Mount the destination's file system read-write" << QStringList();
+    QTest::newRow("a destination folder the service may not write") << "source" << "destination" << "destination"
+        << 0 << failed << "folder %1/destination/later could not be made: the service's user may not write in "
+                          "%1/destination (Permission denied)"
+        << "write permission on %1/destination" << QStringList();
+    QTest::newRow("a source folder the service may not read") << "source" << "destination" << "source/later" << 0
+        << failed << "%1/source/later could not be read: the service's user may not read it (Permission denied)"
+        << "read permission on %1/source/later" << QStringList();
+    QTest::newRow("a source file the service may not read") << "source" << "destination" << "source/later/small"
+        << 0 << failed << "%1/source/later/small could not be read: the service's user may not read it"
+        << "read permission on %1/source/later/small" << QStringList{"big.bin"};
 }
 
 void tst_Operations::runsThatDoNotSucceedSayWhyAndLeaveNoPartialFile()
 {
     QFETCH(QString, source);
     QFETCH(QString, destination);
+    QFETCH(QString, locked);
     QFETCH(int, change);
     QFETCH(quint64, outcome);
     QFETCH(QString, reason);
@@ -271,6 +362,9 @@ void tst_Operations::runsThatDoNotSucceedSayWhyAndLeaveNoPartialFile()
     writeFile(Source() + QStringLiteral("/later/small"), "small", QDateTime::currentDateTime());
     writeFile(m_dir->filePath(QStringLiteral("file")), "x", QDateTime::currentDateTime());
     writeFile(m_dir->filePath(QStringLiteral("blocked/later")), "x", QDateTime::currentDateTime());
+    const QString skip = Obstruct(destination, locked);
+    if (!skip.isEmpty())
+        QSKIP(qPrintable(skip));
     // Files of the top folder are copied before those of its subfolders.
     const Result result = Run(parameter(m_dir->filePath(source), m_dir->filePath(destination)),
                               [&](RunJob* job, quint64 done) {
@@ -285,9 +379,9 @@ void tst_Operations::runsThatDoNotSucceedSayWhyAndLeaveNoPartialFile()
     });
     QCOMPARE(result.outcome, outcome);
     QVERIFY2(result.reason.contains(reason.replace("%1", m_dir->path())), qPrintable(result.reason));
-    QVERIFY2(solution.isEmpty() ? result.solution.isEmpty() : result.solution.contains(solution),
+    QVERIFY2(solution.isEmpty() ? result.solution.isEmpty() : result.solution.contains(solution.replace("%1", m_dir->path())),
              qPrintable(result.solution));
-    QCOMPARE(filesBelow(Destination()), copied);
+    QCOMPARE(filesBelow(m_dir->filePath(destination)), copied);
     QVERIFY(!QFileInfo::exists(m_dir->filePath(QStringLiteral("missing"))));
 }
 
@@ -391,31 +485,54 @@ void tst_Operations::zipWritesAnArchiveThatUnzipRestoresByteForByte()
 
 void tst_Operations::zipRunsThatDoNotSucceedLeaveNoArchive_data()
 {
-    QTest::addColumn<bool>("cancel");   // once libzip wrote a part of the big file; else the small file is deleted first
+    QTest::addColumn<QString>("destination");   // as for the copy
+    QTest::addColumn<QString>("locked");
+    QTest::addColumn<int>("change");   // 0 none; 1 cancel once libzip wrote a part of the big file; 2 delete the small file first
     QTest::addColumn<quint64>("outcome");
-    QTest::addColumn<QString>("reason");
-    QTest::newRow("a cancel while the archive is written") << true << quint64(SchedulerProtocol::Cancelled) << "cancelled";
-    QTest::newRow("a file that vanishes while the archive is written") << false << quint64(SchedulerProtocol::Failed)
-                                                                        << "could not be written";
+    QTest::addColumn<QString>("reason");     // %1 the temporary folder, here and in the solution
+    QTest::addColumn<QString>("solution");
+
+    const quint64 failed = SchedulerProtocol::Failed;
+    QTest::newRow("a cancel while the archive is written") << "destination" << "" << 1
+        << quint64(SchedulerProtocol::Cancelled) << "cancelled" << "";
+    QTest::newRow("a file that vanishes while the archive is written") << "destination" << "" << 2 << failed
+        << "%1/source/later/small vanished" << "run the plan again";
+    QTest::newRow("a destination that fills up") << "full" << "" << 0 << failed
+        << "could not be written: the destination is full" << "Free space on the destination";
+    QTest::newRow("a read-only destination") << "readonly" << "" << 0 << failed
+        << "could not be written: the destination is on a read-only file system"
+        << "Mount the destination's file system read-write";
+    QTest::newRow("a destination folder the service may not write") << "destination" << "destination" << 0
+        << failed << "the service's user may not write in %1/destination" << "write permission on %1/destination";
+    QTest::newRow("a source file the service may not read") << "destination" << "source/later/small" << 0 << failed
+        << "%1/source/later/small could not be read: the service's user may not read it"
+        << "read permission on %1/source/later/small";
 }
 
 void tst_Operations::zipRunsThatDoNotSucceedLeaveNoArchive()
 {
-    QFETCH(bool, cancel);
+    QFETCH(QString, destination);
+    QFETCH(QString, locked);
+    QFETCH(int, change);
     QFETCH(quint64, outcome);
     QFETCH(QString, reason);
+    QFETCH(QString, solution);
     writeFile(Source() + "/big.bin", bigContent(), QDateTime::currentDateTime());
     writeFile(Source() + "/later/small", "small", QDateTime::currentDateTime());
-    const Result result = Run(parameter(Source(), Destination()), [&](RunJob* job, quint64 done) {
-        if (cancel && done > 0)
+    const QString skip = Obstruct(destination, locked);
+    if (!skip.isEmpty())
+        QSKIP(qPrintable(skip));
+    const Result result = Run(parameter(Source(), m_dir->filePath(destination)), [&](RunJob* job, quint64 done) {
+        if (change == 1 && done > 0)
             job->Cancel();
-        else if (!cancel)
+        else if (change == 2)
             QFile::remove(Source() + "/later/small");
     }, "zip");
     QCOMPARE(result.outcome, outcome);
-    QVERIFY2(result.reason.contains(reason), qPrintable(result.reason));
-    QVERIFY(!cancel || (result.progress.last().first > 0 && result.progress.last().first < result.progress.last().second));
-    QCOMPARE(filesBelow(Destination()), QStringList());
+    QVERIFY2(result.reason.contains(reason.replace("%1", m_dir->path())), qPrintable(result.reason));
+    QVERIFY2(result.solution.contains(solution.replace("%1", m_dir->path())), qPrintable(result.solution));
+    QVERIFY(change != 1 || (result.progress.last().first > 0 && result.progress.last().first < result.progress.last().second));
+    QCOMPARE(filesBelow(m_dir->filePath(destination)), QStringList());
 }
 
 void tst_Operations::zipKeepsOnlyThePlansNewestArchives()

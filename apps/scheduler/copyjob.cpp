@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <cerrno>
 
+#include <sys/stat.h>
+
 namespace {
 
 constexpr qint64 kChunk = 1024 * 1024;
@@ -137,15 +139,22 @@ bool CopyJob::Walk()
     return true;
 }
 
+// Parents come first in the tree, so each folder is made in one that exists.
 bool CopyJob::MakeFolders()
 {
     for (const QString& folder : qAsConst(m_tree.folders)) {
         const QString path = JoinedPath(m_settings.destination, folder);
-        if (!QDir().mkpath(path))
-            return Fail(QStringLiteral("The folder %1 could not be made.").arg(path),
-                        QStringLiteral("Check that the destination can be written (permissions, a read-only "
-                                       "mount, free space) and that no file stands where the folder should be, "
-                                       "then run the plan again."));
+        if (::mkdir(QFile::encodeName(path).constData(), 0777) == 0)
+            continue;
+        const int error = errno;
+        if (error == EEXIST && QFileInfo(path).isDir())
+            continue;
+        if (error == EEXIST)
+            return Fail(QStringLiteral("The folder %1 could not be made: a file of that name stands in its place.")
+                            .arg(path),
+                        QStringLiteral("Move or rename that file, then run the plan again."));
+        return Fail(FileFailure::Writing(QStringLiteral("The folder %1 could not be made").arg(path),
+                                         QFileInfo(path).path(), error, qt_error_string(error)));
     }
     return true;
 }
@@ -156,9 +165,7 @@ bool CopyJob::CopyOne(const SourceFile& file)
     const QString to = JoinedPath(m_settings.destination, file.relativePath);
     const QFileInfo source(from);
     if (!source.exists())
-        return Fail(QStringLiteral("%1 vanished during the copy.").arg(from),
-                    QStringLiteral("It was moved or deleted while the plan ran: run the plan again, %1.")
-                        .arg(kExcludeHint));
+        return FailReading(from, qt_error_string(ENOENT));
     if (source.size() != file.size)
         return FailChangedSize(from, file.size);
     const QFileInfo target(to);
@@ -230,29 +237,17 @@ void CopyJob::AddDone(qint64 bytes)
     ReportProgress(m_done, m_total);
 }
 
+// A file gone since the walk is told as such, whatever error reading it gave.
 bool CopyJob::FailReading(const QString& path, const QString& error)
 {
-    if (!QFileInfo::exists(path))
-        return Fail(QStringLiteral("%1 vanished during the copy.").arg(path),
-                    QStringLiteral("It was moved or deleted while the plan ran: run the plan again, %1.")
-                        .arg(kExcludeHint));
-    return Fail(QStringLiteral("%1 could not be read: %2.").arg(path, error),
-                QStringLiteral("Give the service's user read permission on %1, %2, then run the plan again.")
-                    .arg(path, kExcludeHint));
+    const int code = QFileInfo::exists(path) ? FileFailure::ErrorOf(error) : ENOENT;
+    return Fail(FileFailure::Reading(path, code, error));
 }
 
 bool CopyJob::FailWriting(const QString& path, const QString& error)
 {
-    if (error == qt_error_string(ENOSPC) || error == qt_error_string(EDQUOT))
-        return Fail(QStringLiteral("%1 could not be written: the destination disk is full (%2).").arg(path, error),
-                    QStringLiteral("Free space on the destination disk or choose a larger one, then run the plan "
-                                   "again."));
-    if (error == qt_error_string(EROFS))
-        return Fail(QStringLiteral("%1 could not be written: the destination is read-only (%2).").arg(path, error),
-                    QStringLiteral("Mount the destination writable or choose another one, then run the plan again."));
-    return Fail(QStringLiteral("%1 could not be written: %2.").arg(path, error),
-                QStringLiteral("Check that the service's user may write the destination folder and that it is "
-                               "neither read-only nor full, then run the plan again."));
+    return Fail(FileFailure::Writing(QStringLiteral("%1 could not be written").arg(path), QFileInfo(path).path(),
+                                     FileFailure::ErrorOf(error), error));
 }
 
 bool CopyJob::FailChangedSize(const QString& path, qint64 expected)

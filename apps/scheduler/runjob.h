@@ -1,6 +1,8 @@
 #ifndef BACKUPFRAME_SCHEDULER_RUNJOB_H
 #define BACKUPFRAME_SCHEDULER_RUNJOB_H
 
+#include "filefailure.h"
+
 #include <backupframe.h>
 
 #include <QMutex>
@@ -45,6 +47,7 @@ protected:
     bool SleepUnlessCancelled(int ms);
     // Records why the run failed and what a user can do; returns false, to end a chain of steps.
     bool Fail(const QString& reason, const QString& solution);
+    bool Fail(const FileFailure& failure) { return Fail(failure.reason, failure.solution); }
     // The outcome of steps that returned `succeeded`: Succeeded; Failed with what Fail recorded;
     // or, when they stopped on a cancel without failing, Cancelled with cancelledReason.
     quint64 Conclude(bool succeeded, const QString& cancelledReason, QString& reason, QString& solution) const;

@@ -1,9 +1,15 @@
 #include "sourcetree.h"
 
 #include "copyjob.h"
+#include "filefailure.h"
 
 #include <QDirIterator>
 #include <QFileInfo>
+
+#include <cerrno>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 QString JoinedPath(const QString& root, const QString& relativePath)
 {
@@ -61,11 +67,13 @@ bool SourceTree::Walk(const CopySettings& settings, const std::function<bool()>&
             return false;
         const QString folder = pending.takeFirst();
         const QFileInfo info(JoinedPath(settings.source, folder));
-        if (!info.isReadable() || !info.isExecutable()) {
-            reason = QStringLiteral("%1 could not be read: Permission denied.").arg(info.filePath());
-            solution = QStringLiteral("Give the service's user read permission on %1, or leave it out with "
-                                      "exclude=PATTERN, then run the plan again.")
-                           .arg(info.filePath());
+        // Asked with the rights this thread has (access() would answer for the real user's): a folder
+        // that cannot be listed would otherwise look empty.
+        if (::faccessat(AT_FDCWD, QFile::encodeName(info.filePath()).constData(), R_OK | X_OK, AT_EACCESS) != 0) {
+            const int error = errno;
+            const FileFailure failure = FileFailure::Reading(info.filePath(), error, qt_error_string(error));
+            reason = failure.reason;
+            solution = failure.solution;
             return false;
         }
         QDirIterator entries(info.filePath(),

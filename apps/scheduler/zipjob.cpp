@@ -10,6 +10,8 @@
 
 #include <zip.h>
 
+#include <cerrno>
+
 namespace {
 
 const QString kExpected = QStringLiteral(
@@ -37,6 +39,12 @@ zip_uint32_t unixAttributes(const QFileInfo& info, bool folder)
 QString zipError(zip_t* archive)
 {
     return QString::fromLocal8Bit(zip_error_strerror(zip_get_error(archive)));
+}
+
+// The errno behind a libzip error, or 0 when it has none.
+int systemError(const zip_error_t* error)
+{
+    return zip_error_system_type(error) == ZIP_ET_SYS ? zip_error_code_system(error) : 0;
 }
 
 } // namespace
@@ -154,17 +162,9 @@ bool ZipJob::Write()
 {
     const QDir destination(m_settings.folders.destination);
     m_partPath = destination.filePath(QStringLiteral(".%1.part").arg(m_name));
-    int error = 0;
-    zip_t* archive = zip_open(QFile::encodeName(m_partPath).constData(), ZIP_CREATE | ZIP_TRUNCATE, &error);
-    if (!archive) {
-        zip_error_t details;
-        zip_error_init_with_code(&details, error);
-        const QString message = QString::fromLocal8Bit(zip_error_strerror(&details));
-        zip_error_fini(&details);
-        return Fail(QStringLiteral("%1 could not be made: %2.").arg(m_partPath, message),
-                    QStringLiteral("Check that the service's user may write the destination folder and that it is "
-                                   "neither read-only nor full, then run the plan again."));
-    }
+    zip_t* archive = Open();
+    if (!archive)
+        return false;
     ReportProgress(0, m_total);
     if (!AddEntries(archive) || !Close(archive)) {
         QFile::remove(m_partPath);
@@ -178,6 +178,25 @@ bool ZipJob::Write()
     }
     m_archive = target;
     return true;
+}
+
+// Opened through a file source, whose error keeps the system's error number (zip_open's does not).
+zip_t* ZipJob::Open()
+{
+    zip_error_t error;
+    zip_error_init(&error);
+    zip_source_t* source = zip_source_file_create(QFile::encodeName(m_partPath).constData(), 0, -1, &error);
+    zip_t* archive = source ? zip_open_from_source(source, ZIP_CREATE | ZIP_TRUNCATE, &error) : nullptr;
+    if (!archive) {
+        zip_source_free(source);
+        // libzip calls a refused look at the folder a read error: the system's own text says more.
+        const int system = systemError(&error);
+        Fail(FileFailure::Writing(QStringLiteral("%1 could not be made").arg(m_partPath),
+                                  m_settings.folders.destination, system,
+                                  system ? qt_error_string(system) : QString::fromLocal8Bit(zip_error_strerror(&error))));
+    }
+    zip_error_fini(&error);
+    return archive;
 }
 
 bool ZipJob::AddEntries(zip* archive)
@@ -228,14 +247,33 @@ bool ZipJob::Close(zip* archive)
         archive, [](zip_t*, void* job) { return static_cast<ZipJob*>(job)->IsCancelled() ? 1 : 0; }, nullptr, this);
     if (zip_close(archive) == 0)
         return true;
-    const bool cancelled = zip_error_code_zip(zip_get_error(archive)) == ZIP_ER_CANCELLED;
+    const int code = zip_error_code_zip(zip_get_error(archive));
+    const int system = systemError(zip_get_error(archive));
     const QString message = zipError(archive);
     zip_discard(archive);
-    if (cancelled && IsCancelled())
+    if (code == ZIP_ER_CANCELLED && IsCancelled())
         return false;
-    return Fail(QStringLiteral("The archive %1 could not be written: %2.").arg(m_partPath, message),
-                QStringLiteral("Check that every file of the source can be read and that the destination can be "
-                               "written and is not full, then run the plan again."));
+    if (code == ZIP_ER_OPEN || code == ZIP_ER_READ)
+        return FailReadingSource(message);
+    return Fail(FileFailure::Writing(QStringLiteral("The archive %1 could not be written").arg(m_partPath),
+                                     m_settings.folders.destination, system, message));
+}
+
+// libzip reads the source files only while it writes the archive, and does not say which one
+// failed: the first that cannot be opened now is named.
+bool ZipJob::FailReadingSource(const QString& message)
+{
+    for (const SourceTree::File& entry : m_tree.files) {
+        const QString path = JoinedPath(m_settings.folders.source, entry.relativePath);
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly))
+            return Fail(FileFailure::Reading(
+                path, QFileInfo::exists(path) ? FileFailure::ErrorOf(file.errorString()) : ENOENT, file.errorString()));
+    }
+    return Fail(QStringLiteral("The archive %1 could not be written: a file of the source could not be read (%2).")
+                    .arg(m_partPath, message),
+                QStringLiteral("Check that every file of the source can be read, or leave it out with "
+                               "exclude=PATTERN, then run the plan again."));
 }
 
 void ZipJob::OnProgress(double ratio)

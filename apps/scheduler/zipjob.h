@@ -39,8 +39,10 @@ private:
     bool ChooseName();
     bool Walk();
     bool Write();
+    zip* Open();
     bool AddEntries(zip* archive);
     bool Close(zip* archive);
+    bool FailReadingSource(const QString& message);
     bool Prune();
     void OnProgress(double ratio);
     QString ArchiveBase() const;
