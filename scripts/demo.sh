@@ -60,14 +60,20 @@ agent journals "Quick check"
 say "the journal of 'Documents nightly'"
 agent journals "Documents nightly"
 
-say "backing up a generated folder with 'copy' and waiting for the end"
-mkdir -p "$data_dir/documents/letters" "$data_dir/backup"
+say "the operations a plan can run"
+agent operations
+
+say "backing up a generated folder (96 MiB) with 'copy', following its progress"
+mkdir -p "$data_dir/documents/letters" "$data_dir/documents/scans" "$data_dir/backup"
 for i in 1 2 3; do head -c 200000 /dev/urandom > "$data_dir/documents/letters/letter$i.bin"; done
+for i in 1 2 3; do head -c 32M /dev/urandom > "$data_dir/documents/scans/scan$i.bin"; done
 echo "A file to keep." > "$data_dir/documents/notes.txt"
 agent new "Documents backup" copy "source=$data_dir/documents;destination=$data_dir/backup"
-agent run --wait "Documents backup"
-agent show "Documents backup"
+agent run --follow "Documents backup"
 diff -r "$data_dir/documents" "$data_dir/backup" && echo "the backup equals the folder, file for file"
+
+say "the journal of 'Documents backup'"
+agent journals "Documents backup"
 
 say "deleting 'Photos weekly'"
 agent delete "Photos weekly"

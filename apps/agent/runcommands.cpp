@@ -120,6 +120,8 @@ int AgentCommands::FollowRun(const SchedulerPlan& state, bool live)
     QElapsedTimer clock;
     clock.start();
     bool lineOpen = false;   // a progress line on a terminal, rewritten in place
+    quint64 shownDone = 0;
+    quint64 shownTotal = 0;
     auto endLine = [&] {
         if (lineOpen)
             m_out << "\n";
@@ -162,6 +164,10 @@ int AgentCommands::FollowRun(const SchedulerPlan& state, bool live)
                 continue;
             const quint64 done = last.getBytesProcessed();
             const quint64 total = last.getTotalBytesToCopy();
+            if (done == shownDone && total == shownTotal)
+                continue;   // nothing new to show (the run's last report repeats the total)
+            shownDone = done;
+            shownTotal = total;
             if (json) {
                 event("progress", QJsonObject{
                     {QStringLiteral("bytesProcessed"), static_cast<double>(done)},
