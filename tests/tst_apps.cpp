@@ -835,7 +835,12 @@ void tst_Apps::runCutShortIsJournaledAsInterrupted()
     QFETCH(bool, kill);
     QFETCH(QString, reason);
     NewPlan({"long", "sleep", "600000"});
-    QCOMPARE(AgentJson({"run", "long"}).object().value("isRunning").toBool(), true);
+    // A follower learns how the run ended: told at the stop, or asking after the restart.
+    QProcess follower;
+    QElapsedTimer clock;
+    clock.start();
+    StartAgent(follower, {"run", "long", "--wait"});
+    QTRY_VERIFY_WITH_TIMEOUT(PlanJson("long").value("isRunning").toBool(), 10000);
     if (kill) {
         m_scheduler.kill();
         QVERIFY(m_scheduler.waitForFinished(10000));
@@ -844,6 +849,9 @@ void tst_Apps::runCutShortIsJournaledAsInterrupted()
     }
     // The lock of a killed service is taken over.
     QVERIFY(StartScheduler(m_scheduler, m_dataDir));
+    const AgentRun followed = Finish(follower, clock);
+    QCOMPARE(followed.code, 5);
+    QVERIFY2(followed.out.contains("  long  Interrupted: ") && followed.out.contains(reason), qPrintable(followed.out));
 
     const QJsonArray journals = AgentJson({"journals", "long"}).array();
     QCOMPARE(journals.size(), 1);
@@ -1067,8 +1075,7 @@ void tst_Apps::followShowsTheRunLive()
     clock.start();
     StartAgent(follow, options + QStringList{"run", "mirror", "--follow"});
     if (!interrupt.isEmpty()) {
-        QByteArray seen;
-        QVERIFY(QTest::qWaitFor([&] { return (seen += follow.readAllStandardOutput()).contains(" of "); }, 10000));
+        QTRY_VERIFY_WITH_TIMEOUT(PlanJson("mirror").value("isRunning").toBool(), 10000);
         ::kill(static_cast<pid_t>(follow.processId()), SIGINT);
     }
     const AgentRun run = Finish(follow, clock);

@@ -55,10 +55,14 @@ private:
     int CancelPlan();
     int Operations();
     // Waits for the end of the run that state shows queued or started, live: with a progress line.
-    int FollowRun(const SchedulerPlan& state, bool live);
+    // Ctrl-C reaches it through interrupted, which it clears when it has dealt with one.
+    int FollowRun(const SchedulerPlan& state, bool live, bool& interrupted);
     // What Ctrl-C during FollowRun does: -1 to go on following (the run was asked to cancel),
     // or the exit code.
     int OnInterrupt(const SchedulerPlan& plan);
+    // Whether the scheduler still answers and still sends the followed plan's events; when a new
+    // connection had to be made, plan is read again, and when the run ended meanwhile, ended is its journal.
+    int CheckFollowed(SchedulerPlan& plan, JournalAttribute& ended);
     int Journals();
     int DeleteJournals();
     int Email();

@@ -163,16 +163,20 @@ bool AgentSession::Subscribe(const QString& registrarName)
     return m_subscribed;
 }
 
-bool AgentSession::NextEvent(Event& event, const std::function<bool()>& stop)
+AgentSession::Wait AgentSession::NextEvent(Event& event, const std::function<bool()>& stop, int idleMs)
 {
-    WaitUntil([&] { return !m_events.empty() || m_link == Link::Lost || stop(); }, -1);
-    if (m_events.empty()) {
-        m_error = m_link == Link::Lost ? QStringLiteral("the connection was lost") : QStringLiteral("interrupted");
-        return false;
+    WaitUntil([&] { return !m_events.empty() || m_link == Link::Lost || stop(); }, idleMs);
+    if (!m_events.empty()) {
+        event = std::move(m_events.front());
+        m_events.pop_front();
+        return Wait::Event;
     }
-    event = std::move(m_events.front());
-    m_events.pop_front();
-    return true;
+    if (stop())
+        return Wait::Stopped;
+    if (m_link != Link::Lost)
+        return Wait::Idle;
+    m_error = QStringLiteral("the connection was lost");
+    return Wait::Lost;
 }
 
 bool AgentSession::WaitUntil(const std::function<bool()>& done, int timeoutMs)
@@ -193,6 +197,7 @@ bool AgentSession::WaitUntil(const std::function<bool()>& done, int timeoutMs)
 
 void AgentSession::onFirstConnected(quint64, QString, quint16, bool bflag)
 {
+    m_connects += bflag ? 1 : 0;
     if (m_link == Link::Pending)
         m_link = bflag ? Link::Up : Link::Refused;
     emit progressed();
@@ -202,6 +207,7 @@ void AgentSession::onHostConnected(quint64, QString, quint16, bool bflag)
 {
     if (m_link == Link::Pending)
         return;  // the first outcome arrives through firstConnected
+    m_connects += bflag ? 1 : 0;
     m_link = bflag ? Link::Up : Link::Lost;
     emit progressed();
 }

@@ -43,9 +43,12 @@ public:
     // Registers this connection's channel under registrarName and waits for the confirmation;
     // from then on the scheduler's events queue up for NextEvent.
     bool Subscribe(const QString& registrarName);
-    // The oldest event not taken yet, waiting as long as it takes; false (see Error) when the
-    // connection was lost or stop() became true first (checked whenever woken, see Wake).
-    bool NextEvent(Event& event, const std::function<bool()>& stop);
+    enum class Wait { Event, Stopped, Idle, Lost };
+    // The oldest event not taken yet, waiting at most idleMs: Event, or why there is none:
+    // stop() became true (checked whenever woken, see Wake), idleMs passed, the connection was lost.
+    Wait NextEvent(Event& event, const std::function<bool()>& stop, int idleMs);
+    // How often the worker has connected: a new connection has lost the old one's subscription.
+    int Connects() const { return m_connects; }
     // Wakes a waiting NextEvent or Call so that it checks its condition again.
     void Wake() { emit progressed(); }
 
@@ -85,6 +88,7 @@ private:
     quint64 m_awaitedType = 0;              // the request type whose answer Call waits for
     std::unique_ptr<ResultCommand> m_answer;
     bool m_subscribed = false;
+    int m_connects = 0;
     std::deque<Event> m_events;
 };
 

@@ -38,7 +38,8 @@ void onInterrupt(int)
 class InterruptWatch
 {
 public:
-    explicit InterruptWatch(AgentSession& session)
+    InterruptWatch(AgentSession& session, bool& pending)
+        : m_pending(pending)
     {
         if (::socketpair(AF_UNIX, SOCK_STREAM, 0, g_interruptPipe) != 0)
             return;
@@ -65,13 +66,13 @@ public:
             fd = -1;
         }
     }
-    bool Pending() const { return m_pending; }
-    void Clear() { m_pending = false; }
-
 private:
     std::unique_ptr<QSocketNotifier> m_notifier;
-    bool m_pending = false;
+    bool& m_pending;
 };
+
+// How long a follow waits without any event before it checks that the scheduler is still there.
+constexpr int kIdleCheckMs = 3000;
 
 int exitCodeOf(const QString& result)
 {
@@ -101,16 +102,19 @@ int AgentCommands::RunPlan()
     const QString what = QStringLiteral("run plan '%1'").arg(plan.getPlanName());
     if (!wait && !follow)
         return ApplyPlanChange(ExecuteOperationType, plan, QByteArray(), what);
+    // Watching for Ctrl-C from before the run is asked for: once it runs, Ctrl-C is never fatal.
+    bool interrupted = false;
+    InterruptWatch interrupts(*m_session, interrupted);
     // Subscribed before the run is asked for, so that none of its events can be missed.
     if (!m_session->Subscribe(QStringLiteral("backupframe-agent %1").arg(QCoreApplication::applicationPid())))
         return NoAnswer(m_session->Error());
     SchedulerPlan state;
     if (const int code = RequestPlanChange(ExecuteOperationType, plan, QByteArray(), what, state))
         return code;
-    return FollowRun(state, follow);
+    return FollowRun(state, follow, interrupted);
 }
 
-int AgentCommands::FollowRun(const SchedulerPlan& state, bool live)
+int AgentCommands::FollowRun(const SchedulerPlan& state, bool live, bool& interrupted)
 {
     const bool json = m_options.Json();
     const bool terminal = ::isatty(STDOUT_FILENO) && !json;
@@ -134,20 +138,33 @@ int AgentCommands::FollowRun(const SchedulerPlan& state, bool live)
         m_out.flush();
     };
 
-    InterruptWatch interrupts(*m_session);
     AgentSession::Event pushed;
     for (;;) {
-        if (!m_session->NextEvent(pushed, [&] { return interrupts.Pending(); })) {
-            if (!interrupts.Pending()) {
-                endLine();
-                return NoAnswer(m_session->Error() + QStringLiteral("; the run goes on in the scheduler"));
-            }
-            interrupts.Clear();
+        const AgentSession::Wait wait = m_session->NextEvent(pushed, [&] { return interrupted; }, kIdleCheckMs);
+        if (wait == AgentSession::Wait::Lost) {
+            endLine();
+            return NoAnswer(m_session->Error() + QStringLiteral("; the run may go on in the scheduler"));
+        }
+        if (wait == AgentSession::Wait::Stopped) {
+            interrupted = false;
             endLine();
             const int code = OnInterrupt(last);
             if (code >= 0)
                 return code;
             continue;
+        }
+        if (wait == AgentSession::Wait::Idle) {
+            // Nothing for a while: make sure the scheduler is still there and still tells us.
+            JournalAttribute ended;
+            if (const int code = CheckFollowed(last, ended))
+                return code;
+            if (ended.getJournalUuid().isEmpty())
+                continue;
+            pushed.type = FlushJournalsType;
+            pushed.planUuid = uuid;
+            ResultLoadJournalsData data;
+            data.getObjectJournalAttrList().append(new JournalAttribute(ended));
+            pushed.payload = EncodePayload(data);
         }
         if (pushed.planUuid != uuid)
             continue;
@@ -209,6 +226,34 @@ int AgentCommands::FollowRun(const SchedulerPlan& state, bool live)
             return exitCodeOf(journal.getResult());
         }
     }
+}
+
+int AgentCommands::CheckFollowed(SchedulerPlan& plan, JournalAttribute& ended)
+{
+    const QString planUuid = plan.getPlanUuid();
+    const int connects = m_session->Connects();
+    QByteArray bytes;
+    if (const int code = Call(LoadOperationsType, QString(), QString(), QByteArray(),
+                              QStringLiteral("reach the scheduler"), &bytes))
+        return code;
+    if (m_session->Connects() == connects)
+        return ExitOk;
+    // A new connection: the scheduler may have restarted, and the subscription went with the old one.
+    if (!m_session->Subscribe(QStringLiteral("backupframe-agent %1").arg(QCoreApplication::applicationPid())))
+        return NoAnswer(m_session->Error());
+    if (const int code = ResolvePlan(planUuid, plan))
+        return code;
+    if (plan.getIsRunning() || plan.getSchemeAttribute().getExecutState() == QueuedState())
+        return ExitOk;
+    // The run ended while nobody told us: its journal is the plan's newest one that is not a skip.
+    QList<JournalAttribute> journals;
+    if (const int code = LoadJournals(planUuid, journals))
+        return code;
+    for (int i = journals.size() - 1; i >= 0 && ended.getJournalUuid().isEmpty(); --i) {
+        if (journals[i].getResult() != OutcomeText(Skipped))
+            ended = journals[i];
+    }
+    return ExitOk;
 }
 
 int AgentCommands::OnInterrupt(const SchedulerPlan& plan)

@@ -3,6 +3,8 @@
 #include "servicelog.h"
 
 #include <QAbstractSocket>
+#include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QLocalSocket>
 
 using namespace SchedulerProtocol;
@@ -119,6 +121,21 @@ void EventChannels::onChannelSend(SocketCommandPackage* package, ResultCommand* 
         channel->server->SendResult(socket, bytes);
     }
     CommandBuilder::DestroyCommand(result);
+}
+
+void EventChannels::Flush(int ms)
+{
+    QElapsedTimer clock;
+    clock.start();
+    for (Channel* channel : m_channels.values()) {
+        // The server writes its next queued package from a queued bytesWritten: events run too.
+        while (channel->socket && channel->unread > 0 && clock.elapsed() < ms) {
+            if (channel->socket->bytesToWrite() > 0)
+                channel->socket->waitForBytesWritten(static_cast<int>(ms - clock.elapsed()));
+            else
+                QCoreApplication::processEvents(QEventLoop::ExcludeSocketNotifiers, 10);
+        }
+    }
 }
 
 void EventChannels::Forget(QIODevice* socket)

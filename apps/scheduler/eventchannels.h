@@ -40,6 +40,9 @@ public:
     // it with a ResultChannel without data.
     void Subscribe(CommunServer* server, QIODevice* socket, ChannelCommand& channel);
     int Count() const { return m_channels.size(); }
+    // Writes out what the channels still hold, waiting at most ms in all (at service stop, when
+    // no event loop will run again: the last events say how the runs ended).
+    void Flush(int ms);
 
 private:
     struct Channel {

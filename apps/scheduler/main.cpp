@@ -217,6 +217,7 @@ int main(int argc, char* argv[])
             dispatch.UnInit();
         }
         service.Stop();
+        handler.FlushEvents(1000);   // followers learn how the runs they follow ended
         localServer.Stop();
         localServer.UnInit();
         tcpServer.Stop();

@@ -55,16 +55,10 @@ public:
 protected:
     quint64 Work(QString&, QString&) override
     {
+        // No progress: it moves no bytes, and progress counts bytes.
         int ms = kDefaultSleepMs;
         sleepMs(m_task.getOperationParameter(), ms);
-        constexpr int kSteps = 10;
-        for (int step = 0; step < kSteps; ++step) {
-            ReportProgress(static_cast<quint64>(step), kSteps);
-            if (SleepUnlessCancelled(ms / kSteps + (step < ms % kSteps ? 1 : 0)))
-                return SchedulerProtocol::Cancelled;
-        }
-        ReportProgress(kSteps, kSteps);
-        return SchedulerProtocol::Succeeded;
+        return SleepUnlessCancelled(ms) ? SchedulerProtocol::Cancelled : SchedulerProtocol::Succeeded;
     }
 };
 

@@ -24,7 +24,7 @@ void RequestHandler::onIncomingBlockData(quint64, QIODevice* psocket, QByteArray
     auto* server = qobject_cast<CommunServer*>(sender());
     std::unique_ptr<CommCommand, void (*)(CommCommand*)> command(
         CommandBuilder::BytearrayToCommand(bytes), &CommandBuilder::DestroyCommand);
-    if (!server || !psocket || !command)
+    if (!server || !psocket || !command || m_stopped)
         return;
     if (auto* channel = dynamic_cast<ChannelCommand*>(command.get())) {
         m_channels.Subscribe(server, psocket, *channel);
@@ -37,6 +37,12 @@ void RequestHandler::onIncomingBlockData(quint64, QIODevice* psocket, QByteArray
         m_waitingForEnd[command->getPlanUuid()].append(PendingAnswer{server, psocket, result});
     else
         Send(server, psocket, result);
+}
+
+void RequestHandler::FlushEvents(int ms)
+{
+    m_stopped = true;
+    m_channels.Flush(ms);
 }
 
 ResultCommand RequestHandler::Answer(RequestCommand& request)

@@ -23,6 +23,9 @@ public:
     explicit RequestHandler(SchedulerService& service, QObject* parent = nullptr);
 
     void Serve(CommunServer* server);
+    // At service stop: takes no more requests and writes out the events still waiting for
+    // their agents, for at most ms.
+    void FlushEvents(int ms);
     // The answer to one request, as it would be sent (for callers in the same process).
     ResultCommand Answer(RequestCommand& request);
 
@@ -57,6 +60,7 @@ private:
 
     SchedulerService& m_service;
     EventChannels m_channels;
+    bool m_stopped = false;
     QHash<QString, QList<PendingAnswer>> m_waitingForEnd;   // plan uuid -> cancels to answer
 };
 
