@@ -579,8 +579,12 @@ void tst_Apps::errorsChangeNothing_data()
         << QStringList{"delete", "twin"} << 1 << "'twin' names 2 plans; give more of the uuid:\n  {";
     QTest::newRow("an unknown plan") << QStringList{"run", "nosuch"} << 2
                                      << "plan not found: no plan has the uuid, uuid prefix or name 'nosuch'";
-    QTest::newRow("a new plan with an unknown operation")
-        << QStringList{"new", "x", "nosuch"} << 2 << "cannot create plan 'x': unknown operation";
+    QTest::newRow("a new plan with an unknown operation, told the operations there are")
+        << QStringList{"new", "x", "nosuch"} << 2
+        << "cannot create plan 'x': unknown operation: 'nosuch' is not an operation; the operations are copy, fail";
+    QTest::newRow("a copy without its folders, told what a copy wants")
+        << QStringList{"new", "x", "copy", "source=/a"} << 2
+        << "parameter is not valid: copy wants source=FOLDER and destination=FOLDER lines";
     QTest::newRow("an edit to an unknown operation") << QStringList{"edit", "solo", "--operation", "nosuch"} << 2
                                                      << "cannot edit plan 'solo': unknown operation";
     QTest::newRow("a cancel of an idle plan")

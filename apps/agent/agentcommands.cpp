@@ -86,8 +86,12 @@ int AgentCommands::Call(quint64 type, const QString& planUuid, const QString& pl
                                                      "check with 'backupframe-agent plans'").arg(m_session->Error()));
         return NoAnswer(m_session->Error());
     }
-    if (answer.getUintResult() != 0)
-        return Fail(ExitRefused, QStringLiteral("cannot %1: %2").arg(what, SchedulerProtocol::ErrorText(answer.getUintResult())));
+    if (answer.getUintResult() != 0) {
+        const QString reason = SchedulerProtocol::ReasonOf(answer.getResultData());
+        return Fail(ExitRefused, QStringLiteral("cannot %1: %2%3")
+                                     .arg(what, SchedulerProtocol::ErrorText(answer.getUintResult()),
+                                          reason.isEmpty() ? QString() : QStringLiteral(": ") + reason));
+    }
     if (resultData)
         *resultData = answer.getResultData();
     return ExitOk;

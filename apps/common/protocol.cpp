@@ -56,4 +56,17 @@ QByteArray EncodeEvent(quint64 type, const QString& planUuid, const QString& pla
     return bytes;
 }
 
+QByteArray ReasonPayload(const QString& reason)
+{
+    RequestStringData data;
+    data.setStringValue(reason);
+    return EncodePayload(data);
+}
+
+QString ReasonOf(const QByteArray& resultData)
+{
+    RequestStringData data;
+    return DecodePayload(resultData, data) ? data.getStringValue() : QString();
+}
+
 } // namespace SchedulerProtocol

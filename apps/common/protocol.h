@@ -84,6 +84,11 @@ bool DecodePayload(const QByteArray& bytes, Record& record)
 // A ResultChannel without result data confirms the subscription.
 QByteArray EncodeEvent(quint64 type, const QString& planUuid, const QString& planName, const QByteArray& payload);
 
+// A refusal's reason, as the result data of an error answer: a RequestStringData.
+QByteArray ReasonPayload(const QString& reason);
+// The reason an error answer carries, or an empty text.
+QString ReasonOf(const QByteArray& resultData);
+
 template <typename Record>
 QByteArray EncodePayload(Record& record)
 {

@@ -31,10 +31,10 @@ void RequestHandler::onIncomingBlockData(quint64, QIODevice* psocket, QByteArray
         return;
     }
 
-    bool deferred = false;
-    ResultCommand result = Answer(*command, deferred);
-    if (deferred)
-        m_waitingForEnd[command->getPlanUuid()].append(PendingAnswer{server, psocket, result});
+    QString deferKey;
+    ResultCommand result = Answer(*command, deferKey);
+    if (!deferKey.isEmpty())
+        m_deferred[deferKey].append(PendingAnswer{server, psocket, result});
     else
         Send(server, psocket, result);
 }
@@ -47,16 +47,17 @@ void RequestHandler::FlushEvents(int ms)
 
 ResultCommand RequestHandler::Answer(RequestCommand& request)
 {
-    bool deferred = false;
-    return Answer(static_cast<CommCommand&>(request), deferred);
+    QString deferKey;
+    return Answer(static_cast<CommCommand&>(request), deferKey);
 }
 
-ResultCommand RequestHandler::Answer(CommCommand& command, bool& deferred)
+ResultCommand RequestHandler::Answer(CommCommand& command, QString& deferKey)
 {
     ResultCommand result(ResultType);
     result.GetRequestCommandInfo(command);
+    m_reason.clear();
     auto* request = dynamic_cast<RequestCommand*>(&command);
-    const ErrorNumber error = request ? Handle(*request, result, deferred) : UnknownCommand;
+    const ErrorNumber error = request ? Handle(*request, result, deferKey) : UnknownCommand;
     if (error == UnknownCommand)
         ServiceLog::Warn(QStringLiteral("Unknown command type %1 in the onIncomingBlockData.").arg(command.getCommandType()));
     else if (error == BadPayload)
@@ -64,11 +65,11 @@ ResultCommand RequestHandler::Answer(CommCommand& command, bool& deferred)
                              .arg(command.getTraceFlag()));
     result.setUintResult(ResultCode(error));
     if (error != NoError)
-        result.setResultData(QByteArray());
+        result.setResultData(m_reason.isEmpty() ? QByteArray() : ReasonPayload(m_reason));
     return result;
 }
 
-RequestHandler::ErrorNumber RequestHandler::Handle(RequestCommand& request, ResultCommand& result, bool& deferred)
+RequestHandler::ErrorNumber RequestHandler::Handle(RequestCommand& request, ResultCommand& result, QString& deferKey)
 {
     const QString uuid = request.getPlanUuid();
     switch (request.getCommandType()) {
@@ -80,7 +81,8 @@ RequestHandler::ErrorNumber RequestHandler::Handle(RequestCommand& request, Resu
     case ExecuteOperationType: return WithPlan(m_service.RunNow(uuid), uuid, result);
     case CancelOperationType: {
         const ErrorNumber error = m_service.Cancel(uuid);
-        deferred = error == NoError && m_service.IsBusy(uuid);   // answered when the run has ended
+        if (error == NoError && m_service.IsBusy(uuid))
+            deferKey = uuid;   // answered when the run has ended
         return WithPlan(error, uuid, result);
     }
     case DeleteSelectJournalType: return DeleteSelectJournal(request);
@@ -129,7 +131,7 @@ RequestHandler::ErrorNumber RequestHandler::NewOperation(const RequestCommand& r
     if (!DecodePayload(request.getRequestData(), data))
         return BadPayload;
     QString uuid;
-    const ErrorNumber error = m_service.CreatePlan(request.getPlanName(), data, uuid);
+    const ErrorNumber error = m_service.CreatePlan(request.getPlanName(), data, uuid, &m_reason);
     if (error == NoError)
         result.setPlanUuid(uuid);
     return WithPlan(error, uuid, result);
@@ -142,7 +144,7 @@ RequestHandler::ErrorNumber RequestHandler::EditOperation(const RequestCommand& 
         return BadPayload;
     const SchedulerPlan& edit = data.getRfrnSchedulerPlan();
     const QString uuid = request.getPlanUuid().isEmpty() ? edit.getPlanUuid() : request.getPlanUuid();
-    const ErrorNumber error = m_service.EditPlan(uuid, edit);
+    const ErrorNumber error = m_service.EditPlan(uuid, edit, &m_reason);
     if (error == NoError)
         result.setPlanUuid(uuid);
     return WithPlan(error, uuid, result);
@@ -186,10 +188,15 @@ RequestHandler::ErrorNumber RequestHandler::LoadOperations(ResultCommand& result
 
 void RequestHandler::onRunFinished(const QString& planUuid, quint64)
 {
-    const QList<PendingAnswer> pending = m_waitingForEnd.take(planUuid);
+    Complete(planUuid, NoError, PlanPayload(planUuid));
+}
+
+void RequestHandler::Complete(const QString& key, ErrorNumber error, const QByteArray& data)
+{
+    const QList<PendingAnswer> pending = m_deferred.take(key);
     for (PendingAnswer answer : pending) {
-        answer.result.setUintResult(ResultCode(NoError));
-        answer.result.setResultData(PlanPayload(planUuid));
+        answer.result.setUintResult(ResultCode(error));
+        answer.result.setResultData(data);
         if (answer.server && answer.socket)   // the asking agent may have gone meanwhile
             Send(answer.server, answer.socket, answer.result);
     }

@@ -42,9 +42,12 @@ private:
         ResultCommand result{SchedulerProtocol::ResultType};
     };
 
-    // The answer to any command; deferred: it is to be sent once the plan's run has ended.
-    ResultCommand Answer(CommCommand& command, bool& deferred);
-    ErrorNumber Handle(RequestCommand& request, ResultCommand& result, bool& deferred);
+    // The answer to any command. A refusal carries a RequestStringData with its reason when
+    // there is one. deferKey not empty: the answer is to be sent once Complete is called with it.
+    ResultCommand Answer(CommCommand& command, QString& deferKey);
+    ErrorNumber Handle(RequestCommand& request, ResultCommand& result, QString& deferKey);
+    // Sends the answers waiting on key, with result (and data) as given.
+    void Complete(const QString& key, ErrorNumber error, const QByteArray& data);
     ErrorNumber LoadSchedulers(ResultCommand& result);
     ErrorNumber LoadJournals(const RequestCommand& request, ResultCommand& result);
     ErrorNumber NewOperation(const RequestCommand& request, ResultCommand& result);
@@ -61,7 +64,8 @@ private:
     SchedulerService& m_service;
     EventChannels m_channels;
     bool m_stopped = false;
-    QHash<QString, QList<PendingAnswer>> m_waitingForEnd;   // plan uuid -> cancels to answer
+    QHash<QString, QList<PendingAnswer>> m_deferred;   // key (a cancelled plan's uuid) -> answers to send
+    QString m_reason;                                  // why the request being answered was refused
 };
 
 #endif

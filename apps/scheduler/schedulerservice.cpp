@@ -174,11 +174,13 @@ void SchedulerService::PruneJournals(const QString& planUuid)
 }
 
 SchedulerService::ErrorNumber SchedulerService::CheckTask(const TaskAttribute& task,
-                                                          const TriggerAttribute& trigger) const
+                                                          const TriggerAttribute& trigger, QString& reason) const
 {
-    QString reason;
-    if (!m_operations.Contains(task.getOperationRegisterName()))
+    if (!m_operations.Contains(task.getOperationRegisterName())) {
+        reason = QStringLiteral("'%1' is not an operation; the operations are %2.")
+                     .arg(task.getOperationRegisterName(), m_operations.Names().join(QStringLiteral(", ")));
         return UnknownOperation;
+    }
     if (!m_operations.Validate(task, reason))
         return BadParameter;
     if (!TriggerSchedule::Validate(trigger, reason))
@@ -187,9 +189,13 @@ SchedulerService::ErrorNumber SchedulerService::CheckTask(const TaskAttribute& t
 }
 
 SchedulerService::ErrorNumber SchedulerService::CreatePlan(const QString& name, const RequestNewOperationData& data,
-                                                           QString& planUuid)
+                                                           QString& planUuid, QString* reason)
 {
-    if (const ErrorNumber error = CheckTask(data.getTaskAttribute(), data.getTriggerAttribute()))
+    QString why;
+    const ErrorNumber refused = CheckTask(data.getTaskAttribute(), data.getTriggerAttribute(), why);
+    if (reason)
+        *reason = why;
+    if (const ErrorNumber error = refused)
         return error;
     SchedulerPlan plan(data);
     const QString uuid = CommonTools::CreateUuid();
@@ -207,12 +213,17 @@ SchedulerService::ErrorNumber SchedulerService::CreatePlan(const QString& name, 
     return NoError;
 }
 
-SchedulerService::ErrorNumber SchedulerService::EditPlan(const QString& planUuid, const SchedulerPlan& edit)
+SchedulerService::ErrorNumber SchedulerService::EditPlan(const QString& planUuid, const SchedulerPlan& edit,
+                                                         QString* reason)
 {
     const SchedulerPlan* stored = m_store.Find(planUuid);
     if (!stored)
         return PlanNotFound;
-    if (const ErrorNumber error = CheckTask(edit.getTaskAttribute(), edit.getTriggerAttribute()))
+    QString why;
+    const ErrorNumber refused = CheckTask(edit.getTaskAttribute(), edit.getTriggerAttribute(), why);
+    if (reason)
+        *reason = why;
+    if (const ErrorNumber error = refused)
         return error;
     SchedulerPlan plan(*stored);
     TaskAttribute task = edit.getTaskAttribute();

@@ -41,8 +41,10 @@ public:
     void Stop();
 
     using ErrorNumber = SchedulerProtocol::ErrorNumber;
-    ErrorNumber CreatePlan(const QString& name, const RequestNewOperationData& data, QString& planUuid);
-    ErrorNumber EditPlan(const QString& planUuid, const SchedulerPlan& edit);
+    // A refused task or trigger leaves in reason what is wrong and what is expected.
+    ErrorNumber CreatePlan(const QString& name, const RequestNewOperationData& data, QString& planUuid,
+                           QString* reason = nullptr);
+    ErrorNumber EditPlan(const QString& planUuid, const SchedulerPlan& edit, QString* reason = nullptr);
     ErrorNumber DeletePlan(const QString& planUuid);
     ErrorNumber RunNow(const QString& planUuid);
     ErrorNumber Cancel(const QString& planUuid);
@@ -68,7 +70,7 @@ signals:
     void runFinished(const QString& planUuid, quint64 outcome);
 
 private:
-    ErrorNumber CheckTask(const TaskAttribute& task, const TriggerAttribute& trigger) const;
+    ErrorNumber CheckTask(const TaskAttribute& task, const TriggerAttribute& trigger, QString& reason) const;
     void RecoverInterruptedRuns();
     void HandleMissed(const SchedulerPlan& plan, const QDateTime& now);
     // Arms the plan's next fire after `after` and shows it as the plan's next start;
