@@ -203,6 +203,9 @@ private slots:
     void secondServiceRefuses();
     void garbagePayloadIsRejected_data();
     void garbagePayloadIsRejected();
+    void everyNamedRequestIsServed_data();
+    void everyNamedRequestIsServed();
+    void plansTravelAsFilesAndOneOffRunsAreJournaled();
     void tcpTransport();
     void planFiresByItselfUntilItsEnd();
     void missedOccurrenceRunsOnceAfterRestart();
@@ -734,6 +737,9 @@ void tst_Apps::garbagePayloadIsRejected_data()
     QTest::newRow("random bytes as an edit") << quint64(EditOperationType) << randomBytes();
     QTest::newRow("random bytes as e-mail settings") << quint64(EmailConfigUpdateType) << randomBytes();
     QTest::newRow("random bytes as a journal list") << quint64(DeleteSelectJournalType) << randomBytes();
+    QTest::newRow("random bytes as an import") << quint64(AddOperationType) << randomBytes();
+    QTest::newRow("random bytes as a one-off run") << quint64(SingleOperationNewType) << randomBytes();
+    QTest::newRow("random bytes as a bundle path") << quint64(MinizipType) << randomBytes();
 }
 
 void tst_Apps::garbagePayloadIsRejected()
@@ -759,6 +765,161 @@ void tst_Apps::garbagePayloadIsRejected()
     QCOMPARE(Count("tb_Journals"), 1);
     QVERIFY(!QFile::exists(QDir(m_dataDir).filePath(QStringLiteral("email.ini"))));
     QCOMPARE(Agent({"status"}).code, 0);
+}
+
+void tst_Apps::everyNamedRequestIsServed_data()
+{
+    QTest::addColumn<quint64>("type");
+    QTest::addColumn<QByteArray>("payload");   // for Minizip: made by the test, in its folder
+    QTest::addColumn<bool>("aboutThePlan");    // the envelope names the stored plan
+    QTest::addColumn<int>("error");
+    QTest::addColumn<QString>("answer");       // the record the answer's data decodes as, or the reason's start
+
+    RequestNewOperationData task;
+    task.getObjectTaskAttribute().setOperationRegisterName(QStringLiteral("noop"));
+    const QByteArray newPlan = SchedulerProtocol::EncodePayload(task);
+    SchedulerPlanData imported;
+    imported.getRfrnSchedulerPlan().setPlanName(QStringLiteral("imported"));
+    imported.getRfrnSchedulerPlan().setTaskAttribute(task.getTaskAttribute());
+    QstringListData noJournals;
+    RequestEmailConfigUpdateData email;
+    const QByteArray none;
+    using P = SchedulerProtocol::ErrorNumber;
+
+    QTest::newRow("LoadSchedulers") << quint64(LoadSchedulersType) << none << false << 0 << "plans";
+    QTest::newRow("LoadJournals") << quint64(LoadJournalsType) << none << true << 0 << "journals";
+    QTest::newRow("FlushSchedulers reloads the plans") << quint64(FlushSchedulersType) << none << false << 0 << "plans";
+    QTest::newRow("FlushJournals") << quint64(FlushJournalsType) << none << false << 0 << "journals";
+    QTest::newRow("NewOperation") << quint64(NewOperationType) << newPlan << false << 0 << "plan";
+    QTest::newRow("ExecuteOperation") << quint64(ExecuteOperationType) << none << true << 0 << "plan";
+    QTest::newRow("CancelOperation of an idle plan") << quint64(CancelOperationType) << none << true
+                                                     << int(P::PlanNotRunning) << "";
+    QTest::newRow("DeleteOperatio") << quint64(DeleteOperationType) << none << true << 0 << "";
+    QTest::newRow("AddOperation of a new plan") << quint64(AddOperationType)
+                                                << SchedulerProtocol::EncodePayload(imported) << false << 0 << "plan";
+    QTest::newRow("TriggerExecute fires the plan now") << quint64(TriggerExecuteType) << none << true << 0 << "trigger";
+    QTest::newRow("TriggerUpdateInfo") << quint64(TriggerUpdateInfoType) << none << true << 0 << "trigger";
+    QTest::newRow("DeleteSelectJournal") << quint64(DeleteSelectJournalType)
+                                         << SchedulerProtocol::EncodePayload(noJournals) << false << 0 << "";
+    QTest::newRow("DeleteAllJournal") << quint64(DeleteAllJournalType) << none << false << 0 << "";
+    QTest::newRow("EmailConfigUpdate") << quint64(EmailConfigUpdateType)
+                                       << SchedulerProtocol::EncodePayload(email) << false << 0 << "";
+    QTest::newRow("LoadEmailConfig") << quint64(LoadEmailConfigType) << none << false << 0 << "email";
+    QTest::newRow("Minizip writes a support bundle") << quint64(MinizipType) << none << false << 0 << "text";
+    QTest::newRow("SingleOperationNew") << quint64(SingleOperationNewType) << newPlan << false << 0 << "plan";
+    QTest::newRow("SingleOperationCancel of no run") << quint64(SingleOperationCancelType) << none << false
+                                                     << int(P::PlanNotRunning) << "";
+    QTest::newRow("SingleOperationDelete of a stored plan") << quint64(SingleOperationDeleteType) << none << true
+                                                            << int(P::PlanNotFound) << "reason: ";
+    QTest::newRow("SingleFlushScheduler") << quint64(SingleFlushSchedulerType) << none << true << 0 << "plan";
+    QTest::newRow("the operations") << quint64(SchedulerProtocol::LoadOperationsType) << none << false << 0 << "list";
+    QTest::newRow("a custom command") << quint64(CustomCommandType) << none << false << int(P::NotSupported)
+                                      << "reason: This scheduler serves no custom command (type 5000).";
+}
+
+void tst_Apps::everyNamedRequestIsServed()
+{
+    QFETCH(quint64, type);
+    QFETCH(QByteArray, payload);
+    QFETCH(bool, aboutThePlan);
+    QFETCH(int, error);
+    QFETCH(QString, answer);
+    const QString uuid = NewPlan({"stored", "noop", "--start", "2031-01-02 00:00:00"});
+    QCOMPARE(Agent({"run", "--wait", uuid}).code, 0);
+    if (type == MinizipType) {
+        RequestMinizipData bundle;
+        bundle.setSavePath(m_dir->filePath(QStringLiteral("bundle.zip")));
+        payload = SchedulerProtocol::EncodePayload(bundle);
+    }
+
+    const CommandPtr command(CommandBuilder::BuilderCommand(type), &CommandBuilder::DestroyCommand);
+    auto* request = dynamic_cast<RequestCommand*>(command.get());
+    QVERIFY(request);
+    request->setPlanUuid(aboutThePlan ? uuid : QString());
+    request->setRequestData(payload);
+    const CommandPtr reply = rawExchange(m_serverName, *request);
+    auto* result = dynamic_cast<ResultCommand*>(reply.get());
+    QVERIFY2(result, "no answer");
+    QCOMPARE(result->getSendCommandType(), type);
+    QCOMPARE(SchedulerProtocol::ErrorNumberOf(result->getUintResult()), quint32(error));
+    const QByteArray data = result->getResultData();
+    ResultLoadSchedulersData plans;
+    ResultLoadJournalsData journals;
+    SchedulerPlanData plan;
+    RequestTriggerExecuteInfoData trigger;
+    RequestEmailConfigUpdateData email;
+    QstringListData list;
+    if (answer == QLatin1String("plans")) {
+        QVERIFY(SchedulerProtocol::DecodePayload(data, plans));
+        QCOMPARE(plans.getActionPlansList().size(), 1);
+    } else if (answer == QLatin1String("journals")) {
+        QVERIFY(SchedulerProtocol::DecodePayload(data, journals));
+        QCOMPARE(journals.getJournalAttrList().size(), 1);
+    } else if (answer == QLatin1String("plan")) {
+        QVERIFY(SchedulerProtocol::DecodePayload(data, plan));
+        QVERIFY(!plan.getRfrnSchedulerPlan().getPlanUuid().isEmpty());
+    } else if (answer == QLatin1String("trigger")) {
+        QVERIFY(SchedulerProtocol::DecodePayload(data, trigger));
+        QCOMPARE(trigger.getNextStartTime(), QStringLiteral("2031-01-02 00:00:00"));
+    } else if (answer == QLatin1String("email")) {
+        QVERIFY(SchedulerProtocol::DecodePayload(data, email));
+    } else if (answer == QLatin1String("list")) {
+        QVERIFY(SchedulerProtocol::DecodePayload(data, list));
+        QVERIFY(list.getQstringList().size() >= 5);
+    } else if (answer == QLatin1String("text")) {
+        QCOMPARE(SchedulerProtocol::ReasonOf(data), m_dir->filePath(QStringLiteral("bundle.zip")));
+        QCOMPARE(QProcess::execute(QStringLiteral("unzip"), {"-tqq", m_dir->filePath(QStringLiteral("bundle.zip"))}), 0);
+    } else if (answer.startsWith(QLatin1String("reason: "))) {
+        QVERIFY2(SchedulerProtocol::ReasonOf(data).startsWith(answer.mid(8)), qPrintable(SchedulerProtocol::ReasonOf(data)));
+    } else {
+        QVERIFY(data.isEmpty());
+    }
+    QCOMPARE(Agent({"status"}).code, 0);
+}
+
+void tst_Apps::plansTravelAsFilesAndOneOffRunsAreJournaled()
+{
+    const QString uuid = NewPlan({"nightly", "noop", "--type", "1", "--start", "2031-01-02 03:04:05", "--interval", "2"});
+    const QString exported = m_dir->filePath(QStringLiteral("plans.json"));
+    QCOMPARE(Agent({"export", exported}).code, 0);
+    // Importing over the plan is refused; after its deletion it comes back as it was.
+    const AgentRun again = Agent({"import", exported});
+    QCOMPARE(again.code, 2);
+    QVERIFY2(again.err.contains("not imported 'nightly': a plan with that uuid exists"), qPrintable(again.err));
+    const QJsonObject before = PlanJson(uuid);
+    QCOMPARE(Agent({"delete", uuid}).code, 0);
+    QCOMPARE(Agent({"import", exported}).out, QStringLiteral("imported %1  nightly\n").arg(uuid));
+    QJsonObject after = PlanJson(uuid);
+    QCOMPARE(after.value("trigger"), before.value("trigger"));
+    QCOMPARE(values(after, {"createTime", "nextStartTime"}), values(before, {"createTime", "nextStartTime"}));
+
+    // One-off runs: journaled under their own uuid and name, exit codes as for run --wait.
+    QCOMPARE(Agent({"once", "noop", "--name", "just once", "--wait"}).code, 0);
+    const AgentRun failed = Agent({"once", "fail", "the disk is gone", "--wait"});
+    QCOMPARE(failed.code, 4);
+    QVERIFY2(failed.out.startsWith("once: fail: Failed after "), qPrintable(failed.out));
+    const QString running = Agent({"once", "sleep", "60000"}).out.trimmed();
+    QCOMPARE(Agent({"once-delete", running}).code, 2);   // not before it has ended
+    QCOMPARE(Agent({"once-cancel", running}).code, 0);
+    QStringList results;
+    for (const QJsonValue& journal : AgentJson({"journals"}).array())
+        results << values(journal, {"planName", "result"}).join('=');
+    QCOMPARE(results, (QStringList{"just once=Succeeded", "once: fail=Failed", "once: sleep=Cancelled"}));
+    QCOMPARE(Agent({"once-delete", running}).code, 0);
+    QCOMPARE(AgentJson({"journals"}).array().size(), 2);
+    QCOMPARE(Count("tb_schemes"), 1);
+
+    // The support bundle has the logs and the e-mail settings, but not the password.
+    QCOMPARE(Agent({"email", "set", "--user", "me", "--password", "s3cret-word"}).code, 0);
+    const QString bundle = m_dir->filePath(QStringLiteral("support.zip"));
+    QVERIFY(Agent({"support-bundle", bundle}).out.startsWith("wrote " + bundle));
+    QProcess list;
+    list.start(QStringLiteral("unzip"), {"-p", bundle});
+    QVERIFY(list.waitForFinished(10000));
+    const QByteArray content = list.readAllStandardOutput();
+    QVERIFY(content.contains("Run finished: just once") && content.contains("user: me"));
+    QVERIFY(!content.contains("s3cret-word"));
+    QCOMPARE(Agent({"support-bundle", bundle}).code, 2);   // an existing file is left alone
 }
 
 void tst_Apps::tcpTransport()

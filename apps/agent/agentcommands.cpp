@@ -48,6 +48,12 @@ int AgentCommands::Execute()
         {QStringLiteral("run"), &AgentCommands::RunPlan},
         {QStringLiteral("cancel"), &AgentCommands::CancelPlan},
         {QStringLiteral("operations"), &AgentCommands::Operations},
+        {QStringLiteral("once"), &AgentCommands::RunOnce},
+        {QStringLiteral("once-cancel"), &AgentCommands::CancelOnce},
+        {QStringLiteral("once-delete"), &AgentCommands::DeleteOnce},
+        {QStringLiteral("export"), &AgentCommands::ExportPlans},
+        {QStringLiteral("import"), &AgentCommands::ImportPlans},
+        {QStringLiteral("support-bundle"), &AgentCommands::SupportBundle},
         {QStringLiteral("journals"), &AgentCommands::Journals},
         {QStringLiteral("journal-delete"), &AgentCommands::DeleteJournals},
         {QStringLiteral("email"), &AgentCommands::Email}};
@@ -75,7 +81,7 @@ int AgentCommands::OpenSession()
 }
 
 int AgentCommands::Call(quint64 type, const QString& planUuid, const QString& planName, const QByteArray& payload,
-                        const QString& what, QByteArray* resultData)
+                        const QString& what, QByteArray* resultData, bool quiet)
 {
     if (const int code = OpenSession())
         return code;
@@ -86,6 +92,8 @@ int AgentCommands::Call(quint64 type, const QString& planUuid, const QString& pl
                                                      "check with 'backupframe-agent plans'").arg(m_session->Error()));
         return NoAnswer(m_session->Error());
     }
+    if (answer.getUintResult() != 0 && quiet)
+        return ExitRefused;
     if (answer.getUintResult() != 0) {
         const QString reason = SchedulerProtocol::ReasonOf(answer.getResultData());
         return Fail(ExitRefused, QStringLiteral("cannot %1: %2%3")

@@ -54,6 +54,12 @@ private:
     int RunPlan();
     int CancelPlan();
     int Operations();
+    int RunOnce();
+    int CancelOnce();
+    int DeleteOnce();
+    int ExportPlans();
+    int ImportPlans();
+    int SupportBundle();
     // Waits for the end of the run that state shows queued or started, live: with a progress line.
     // Ctrl-C reaches it through interrupted, which it clears when it has dealt with one.
     int FollowRun(const SchedulerPlan& state, bool live, bool& interrupted);
@@ -73,8 +79,9 @@ private:
     int OpenSession();
     // One request and its answer. 0 with the result data, or the exit code after
     // printing why (no answer: 3; an error result: 2, "cannot <what>: <reason>").
+    // quiet: a refusal is returned (2) without a word.
     int Call(quint64 type, const QString& planUuid, const QString& planName, const QByteArray& payload,
-             const QString& what, QByteArray* resultData = nullptr);
+             const QString& what, QByteArray* resultData = nullptr, bool quiet = false);
     template <typename Record>
     int Decode(const QByteArray& bytes, Record& record, const QString& what);
     int LoadPlans(QList<SchedulerPlan>& plans);
@@ -99,6 +106,7 @@ private:
     QTextStream& m_out;
     QTextStream& m_err;
     std::unique_ptr<AgentSession> m_session;   // opened on the first request
+    bool m_followingOnce = false;              // FollowRun follows a one-off run, not a stored plan
 };
 
 // Prints "backupframe-agent: <message>" on err (with the hint to --help for usage

@@ -227,6 +227,40 @@ QJsonObject PlanToJson(const SchedulerPlan& plan)
         {QStringLiteral("totalBytesToCopy"), number(plan.getTotalBytesToCopy())}};
 }
 
+bool PlanFromJson(const QJsonObject& json, SchedulerPlan& plan, QString& error)
+{
+    const QJsonObject task = json.value(QStringLiteral("task")).toObject();
+    const QJsonObject trigger = json.value(QStringLiteral("trigger")).toObject();
+    const QString name = json.value(QStringLiteral("name")).toString();
+    if (name.isEmpty() || task.value(QStringLiteral("operation")).toString().isEmpty()) {
+        error = QStringLiteral("a plan wants a \"name\" and a \"task\" with an \"operation\"");
+        return false;
+    }
+    auto count = [&](const char* key) -> quint64 {
+        const double value = trigger.value(QLatin1String(key)).toDouble(0);
+        return value > 0 && value < 18446744073709551616.0 ? static_cast<quint64>(value) : 0;
+    };
+    plan = SchedulerPlan();
+    plan.setPlanUuid(json.value(QStringLiteral("uuid")).toString());
+    plan.setPlanName(name);
+    plan.getObjectSchemeAttribute().setCreateTime(json.value(QStringLiteral("createTime")).toString());
+    TaskAttribute& taskRecord = plan.getObjectTaskAttribute();
+    taskRecord.setOperationRegisterName(task.value(QStringLiteral("operation")).toString());
+    taskRecord.setOperationParameter(task.value(QStringLiteral("parameter")).toString().toUtf8());
+    TriggerAttribute& triggerRecord = plan.getObjectTriggerAttribute();
+    triggerRecord.setTriggerType(count("type"));
+    triggerRecord.setStartTime(trigger.value(QStringLiteral("start")).toString());
+    triggerRecord.setEndTime(trigger.value(QStringLiteral("end")).toString());
+    triggerRecord.setTriggerEndFlag(trigger.value(QStringLiteral("hasEnd")).toBool() ? 1 : 0);
+    triggerRecord.setInterval(count("intervalSeconds"));
+    triggerRecord.setDuration(count("durationSeconds"));
+    triggerRecord.setWeekDays(trigger.value(QStringLiteral("weekDays")).toString());
+    triggerRecord.setWhichMoths(trigger.value(QStringLiteral("months")).toString());
+    triggerRecord.setMonthDays(trigger.value(QStringLiteral("monthDays")).toString());
+    triggerRecord.setDayLastFlag(trigger.value(QStringLiteral("lastDay")).toBool() ? 1 : 0);
+    return true;
+}
+
 QString ByteSize(quint64 bytes)
 {
     if (bytes < 1024)

@@ -55,6 +55,9 @@ QString ByteSize(quint64 bytes);
 QString ProgressText(quint64 done, quint64 total, qint64 elapsedMs);
 
 QJsonObject PlanToJson(const SchedulerPlan& plan);
+// A plan as PlanToJson wrote it: uuid, name, create time, task (operation, parameter) and trigger;
+// false with the reason when a field is missing or of the wrong kind.
+bool PlanFromJson(const QJsonObject& json, SchedulerPlan& plan, QString& error);
 QJsonObject JournalToJson(const JournalAttribute& journal);
 QJsonObject EmailToJson(const EmailConfigAttribute& email);
 // Label/value lines of the e-mail settings, labelled with the option names.

@@ -57,6 +57,8 @@ public:
     // Whether the last Call failed because its answer did not come in time (it was sent).
     bool AnswerTimedOut() const { return m_answerTimedOut; }
     QString EndpointText() const;
+    // How long Call waits for an answer from now on.
+    void SetTimeoutMs(int ms) { m_timeoutMs = ms; }
 
 signals:
     void progressed();

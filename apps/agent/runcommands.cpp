@@ -177,7 +177,8 @@ int AgentCommands::FollowRun(const SchedulerPlan& state, bool live, bool& interr
             if (!DecodePayload(pushed.payload, data))
                 continue;
             last = data.getRfrnSchedulerPlan();
-            if (!live || !last.getIsRunning() || last.getTotalBytesToCopy() == 0)
+            // The end state counts too: the last progress may have been passed over by a busy service.
+            if (!live || last.getTotalBytesToCopy() == 0)
                 continue;
             const quint64 done = last.getBytesProcessed();
             const quint64 total = last.getTotalBytesToCopy();
@@ -211,7 +212,7 @@ int AgentCommands::FollowRun(const SchedulerPlan& state, bool live, bool& interr
             if (journal.getResult() == OutcomeText(Skipped))
                 continue;   // an occurrence that was due meanwhile, not this run's end
             endLine();
-            if (!live) {
+            if (!live && !m_followingOnce) {
                 PrintPlanState(last);
             } else if (json) {
                 event("finished", QJsonObject{{QStringLiteral("journal"), AgentOutput::JournalToJson(journal)}});
@@ -241,10 +242,15 @@ int AgentCommands::CheckFollowed(SchedulerPlan& plan, JournalAttribute& ended)
     // A new connection: the scheduler may have restarted, and the subscription went with the old one.
     if (!m_session->Subscribe(QStringLiteral("backupframe-agent %1").arg(QCoreApplication::applicationPid())))
         return NoAnswer(m_session->Error());
-    if (const int code = ResolvePlan(planUuid, plan))
+    if (m_followingOnce) {
+        QByteArray state;
+        if (Call(SingleFlushSchedulerType, planUuid, QString(), QByteArray(), QString(), &state, true) == ExitOk)
+            return ExitOk;   // still queued or running
+    } else if (const int code = ResolvePlan(planUuid, plan)) {
         return code;
-    if (plan.getIsRunning() || plan.getSchemeAttribute().getExecutState() == QueuedState())
+    } else if (plan.getIsRunning() || plan.getSchemeAttribute().getExecutState() == QueuedState()) {
         return ExitOk;
+    }
     // The run ended while nobody told us: its journal is the plan's newest one that is not a skip.
     QList<JournalAttribute> journals;
     if (const int code = LoadJournals(planUuid, journals))
@@ -253,6 +259,8 @@ int AgentCommands::CheckFollowed(SchedulerPlan& plan, JournalAttribute& ended)
         if (journals[i].getResult() != OutcomeText(Skipped))
             ended = journals[i];
     }
+    if (m_followingOnce && ended.getJournalUuid().isEmpty())
+        return Fail(ExitRunStopped, QStringLiteral("the scheduler restarted, and the one-off run did not outlive it"));
     return ExitOk;
 }
 
@@ -275,10 +283,85 @@ int AgentCommands::OnInterrupt(const SchedulerPlan& plan)
         return ExitLeftRunning;
     }
     // Answered once the run has ended; its journal then arrives as an event.
-    const int code = Call(CancelOperationType, plan.getPlanUuid(), plan.getPlanName(), QByteArray(),
-                          QStringLiteral("cancel plan '%1'").arg(plan.getPlanName()));
+    const int code = Call(m_followingOnce ? SingleOperationCancelType : CancelOperationType, plan.getPlanUuid(),
+                          plan.getPlanName(), QByteArray(), QStringLiteral("cancel '%1'").arg(plan.getPlanName()));
     g_interrupts = 0;
     return code == ExitOk || code == ExitRefused ? -1 : code;
+}
+
+int AgentCommands::RunOnce()
+{
+    const QStringList arguments = m_options.Arguments();
+    const bool wait = m_options.IsSet(QStringLiteral("wait"));
+    const bool follow = m_options.IsSet(QStringLiteral("follow"));
+    if (wait && follow)
+        return Usage(QStringLiteral("--wait and --follow do not go together"));
+    RequestNewOperationData data;
+    data.getObjectTaskAttribute().setOperationRegisterName(arguments[0]);
+    if (arguments.size() > 1)
+        data.getObjectTaskAttribute().setOperationParameter(arguments[1].toUtf8());
+    const QString what = QStringLiteral("run '%1' once").arg(arguments[0]);
+    bool interrupted = false;
+    std::unique_ptr<InterruptWatch> interrupts;
+    if (wait || follow) {
+        if (const int code = OpenSession())
+            return code;
+        interrupts.reset(new InterruptWatch(*m_session, interrupted));
+        if (!m_session->Subscribe(QStringLiteral("backupframe-agent %1").arg(QCoreApplication::applicationPid())))
+            return NoAnswer(m_session->Error());
+    }
+    QByteArray bytes;
+    if (const int code = Call(SingleOperationNewType, QString(), m_options.Value(QStringLiteral("name")),
+                              EncodePayload(data), what, &bytes))
+        return code;
+    SchedulerPlanData started;
+    if (const int code = Decode(bytes, started, what))
+        return code;
+    const SchedulerPlan& run = started.getRfrnSchedulerPlan();
+    if (!wait && !follow) {
+        if (m_options.Json())
+            PrintJson(AgentOutput::PlanToJson(run));
+        else
+            m_out << run.getPlanUuid() << "\n";
+        return ExitOk;
+    }
+    if (!m_options.Json())
+        m_err << "backupframe-agent: one-off run " << run.getPlanUuid() << " ('"
+              << AgentOutput::Escaped(run.getPlanName()) << "')\n";
+    m_followingOnce = true;
+    return FollowRun(run, follow, interrupted);
+}
+
+// A one-off run's uuid as given, braces added when left out.
+static QString runUuid(const QString& key)
+{
+    return key.startsWith(QLatin1Char('{')) ? key : QLatin1Char('{') + key + QLatin1Char('}');
+}
+
+int AgentCommands::CancelOnce()
+{
+    const QString uuid = runUuid(m_options.Arguments().first());
+    if (const int code = Call(SingleOperationCancelType, uuid, QString(), QByteArray(),
+                              QStringLiteral("cancel the one-off run %1").arg(uuid)))
+        return code;
+    if (m_options.Json())
+        PrintJson(QJsonObject{{QStringLiteral("cancelled"), uuid}});
+    else
+        m_out << "cancelled " << uuid << "\n";
+    return ExitOk;
+}
+
+int AgentCommands::DeleteOnce()
+{
+    const QString uuid = runUuid(m_options.Arguments().first());
+    if (const int code = Call(SingleOperationDeleteType, uuid, QString(), QByteArray(),
+                              QStringLiteral("delete the one-off run %1").arg(uuid)))
+        return code;
+    if (m_options.Json())
+        PrintJson(QJsonObject{{QStringLiteral("deleted"), uuid}});
+    else
+        m_out << "deleted " << uuid << "\n";
+    return ExitOk;
 }
 
 int AgentCommands::Operations()

@@ -29,6 +29,9 @@ QString ErrorText(quint64 resultCode)
     case SettingsFailed: return QStringLiteral("settings could not be saved");
     case InvalidTrigger: return QStringLiteral("the trigger is not valid");
     case BadParameter: return QStringLiteral("the operation's parameter is not valid");
+    case PlanExists: return QStringLiteral("a plan with that uuid exists");
+    case NotSupported: return QStringLiteral("not supported");
+    case WriteFailed: return QStringLiteral("the file could not be written");
     default: return QStringLiteral("error 0x%1").arg(resultCode, 0, 16);
     }
 }

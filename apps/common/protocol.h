@@ -31,7 +31,10 @@ enum ErrorNumber : quint32 {
     UnknownOperation = 7,   // the plan's task names no registered operation
     SettingsFailed = 8,     // the e-mail settings file could not be written
     InvalidTrigger = 9,     // the trigger is not one the scheduler can fire
-    BadParameter = 10       // the operation's parameter block is not valid for it
+    BadParameter = 10,      // the operation's parameter block is not valid for it
+    PlanExists = 12,        // an import names a plan uuid that is stored already
+    NotSupported = 13,      // a custom command: this scheduler serves none
+    WriteFailed = 14        // a file the request asked for could not be written
 };
 
 // How a run ended: a plan's result code, and the text of its status and of its journal's result.

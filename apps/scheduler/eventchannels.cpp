@@ -23,6 +23,8 @@ EventChannels::EventChannels(SchedulerService& service, QObject* parent)
     connect(&service, &SchedulerService::nextStartChanged, this,
             [this](const QString& uuid) { OnTriggerInfo(TriggerUpdateInfoType, uuid); });
     connect(&service, &SchedulerService::journalAdded, this, &EventChannels::OnJournalAdded);
+    connect(&service, &SchedulerService::plansReloaded, this,
+            [this] { Publish(FlushSchedulersType, QString(), QString(), QByteArray()); });
     connect(&service, &SchedulerService::journalsDeleted, this,
             [this] { Publish(FlushJournalsType, QString(), QString(), QByteArray()); });
 }
@@ -57,7 +59,7 @@ void EventChannels::Subscribe(CommunServer* server, QIODevice* socket, ChannelCo
 
 void EventChannels::OnPlanChanged(const QString& planUuid, bool droppable)
 {
-    const SchedulerPlan* plan = m_service.Store().Find(planUuid);
+    const SchedulerPlan* plan = m_service.FindPlan(planUuid);
     if (!plan || m_channels.isEmpty())
         return;
     SchedulerPlanData data;

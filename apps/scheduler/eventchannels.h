@@ -19,8 +19,10 @@
 //
 // event                                    command (type)              payload
 // plan created, edited, queued, started,   "SingleFlushScheduler" 809  SchedulerPlanData
-//   progressed or ended
+//   progressed or ended (a one-off run too,
+//   but for its end: its journal tells)
 // plan deleted                             "FlushSchedulers" 103       none
+// plans reloaded from the database         "FlushSchedulers" 103       none, no plan
 // run started                              "TriggerExecute" 600        RequestTriggerExecuteInfoData
 // next start changed                       "TriggerUpdateInfo" 601     RequestTriggerExecuteInfoData
 // a journal written (run ended, skipped)   "FlushJournals" 104         ResultLoadJournalsData, one journal

@@ -177,6 +177,8 @@ int main(int argc, char* argv[])
         settings.journalKeepDays = config.journalKeepDays;
         settings.journalKeepPerPlan = config.journalKeepPerPlan;
         settings.emailFile = QDir(dataDir).filePath(QStringLiteral("email.ini"));
+        settings.dataDir = dataDir;
+        settings.configFile = configFile;
         const Clock clock;
         SchedulerService service(database, settings, clock);
         RequestHandler handler(service);

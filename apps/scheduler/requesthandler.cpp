@@ -1,6 +1,10 @@
 #include "requesthandler.h"
 
 #include "servicelog.h"
+#include "supportbundle.h"
+
+#include <QDir>
+#include <QThreadPool>
 
 #include <memory>
 
@@ -90,7 +94,27 @@ RequestHandler::ErrorNumber RequestHandler::Handle(RequestCommand& request, Resu
     case EmailConfigUpdateType: return EmailConfigUpdate(request);
     case LoadEmailConfigType: return LoadEmailConfig(result);
     case LoadOperationsType: return LoadOperations(result);
-    default: return UnknownCommand;
+    case AddOperationType: return AddOperation(request, result);
+    case SingleOperationNewType: return SingleOperationNew(request, result);
+    case SingleOperationCancelType: {
+        const ErrorNumber error = m_service.CancelOnce(uuid);
+        if (error == NoError && m_service.IsBusy(uuid))
+            deferKey = uuid;   // answered when the run has ended
+        return error;
+    }
+    case SingleOperationDeleteType: return m_service.DeleteOnce(uuid, &m_reason);
+    case MinizipType: return Minizip(request, deferKey);
+    case FlushSchedulersType: return Reload(result);
+    case FlushJournalsType: return LoadJournals(request, result);
+    case SingleFlushSchedulerType: return WithPlan(m_service.FindPlan(uuid) ? NoError : PlanNotFound, uuid, result);
+    case TriggerExecuteType: return TriggerInfo(m_service.FireNow(uuid), uuid, result);
+    case TriggerUpdateInfoType: return TriggerInfo(m_service.UpdateNextStart(uuid), uuid, result);
+    default:
+        if (request.getCommandType() >= CustomCommandType) {
+            m_reason = QStringLiteral("This scheduler serves no custom command (type %1).").arg(request.getCommandType());
+            return NotSupported;
+        }
+        return UnknownCommand;
     }
 }
 
@@ -186,6 +210,77 @@ RequestHandler::ErrorNumber RequestHandler::LoadOperations(ResultCommand& result
     return NoError;
 }
 
+RequestHandler::ErrorNumber RequestHandler::AddOperation(const RequestCommand& request, ResultCommand& result)
+{
+    SchedulerPlanData data;
+    if (!DecodePayload(request.getRequestData(), data))
+        return BadPayload;
+    QString uuid;
+    const ErrorNumber error = m_service.AddPlan(data.getRfrnSchedulerPlan(), uuid, &m_reason);
+    if (error == NoError)
+        result.setPlanUuid(uuid);
+    return WithPlan(error, uuid, result);
+}
+
+RequestHandler::ErrorNumber RequestHandler::SingleOperationNew(const RequestCommand& request, ResultCommand& result)
+{
+    RequestNewOperationData data;
+    if (!DecodePayload(request.getRequestData(), data))
+        return BadPayload;
+    QString uuid;
+    const ErrorNumber error = m_service.RunOnce(request.getPlanName(), data.getTaskAttribute(), uuid, &m_reason);
+    if (error == NoError)
+        result.setPlanUuid(uuid);
+    return WithPlan(error, uuid, result);
+}
+
+RequestHandler::ErrorNumber RequestHandler::Minizip(const RequestCommand& request, QString& deferKey)
+{
+    RequestMinizipData data;
+    if (!DecodePayload(request.getRequestData(), data))
+        return BadPayload;
+    const QString path = QDir::cleanPath(data.getSavePath());
+    if (!SupportBundle::CheckPath(path, m_reason))
+        return WriteFailed;
+    const SchedulerService::Settings& settings = m_service.Config();
+    const SupportBundle bundle = SupportBundle::Collect(m_service, settings.dataDir, settings.configFile);
+    deferKey = QStringLiteral("bundle-%1").arg(++m_nextKey);
+    const QString key = deferKey;
+    // Logs can be large: the archive is written off the main thread, the answer comes back to it.
+    QThreadPool::globalInstance()->start([this, bundle, path, key] {
+        QString reason;
+        const bool written = bundle.Write(path, reason);
+        QMetaObject::invokeMethod(this, [this, written, path, reason, key] {
+            if (written)
+                ServiceLog::Info(QStringLiteral("Support bundle written: %1.").arg(path));
+            Complete(key, written ? NoError : WriteFailed,
+                     written ? ReasonPayload(path) : ReasonPayload(reason));
+        }, Qt::QueuedConnection);
+    });
+    return NoError;
+}
+
+RequestHandler::ErrorNumber RequestHandler::Reload(ResultCommand& result)
+{
+    const ErrorNumber error = m_service.Reload();
+    if (error == PlanBusy)
+        m_reason = QStringLiteral("Runs are in progress or queued: reload the plans when they have ended.");
+    return error == NoError ? LoadSchedulers(result) : error;
+}
+
+RequestHandler::ErrorNumber RequestHandler::TriggerInfo(ErrorNumber error, const QString& planUuid,
+                                                        ResultCommand& result)
+{
+    const SchedulerPlan* plan = m_service.Store().Find(planUuid);
+    if (error != NoError || !plan)
+        return error != NoError ? error : PlanNotFound;
+    RequestTriggerExecuteInfoData data;
+    data.setNextStartTime(plan->getNextStartTime());
+    data.setTriggerEndFlag(plan->getNextStartTime().isEmpty() ? 1 : 0);
+    result.setResultData(EncodePayload(data));
+    return NoError;
+}
+
 void RequestHandler::onRunFinished(const QString& planUuid, quint64)
 {
     Complete(planUuid, NoError, PlanPayload(planUuid));
@@ -211,7 +306,7 @@ void RequestHandler::Send(CommunServer* server, QIODevice* socket, ResultCommand
 
 QByteArray RequestHandler::PlanPayload(const QString& planUuid) const
 {
-    const SchedulerPlan* plan = m_service.Store().Find(planUuid);
+    const SchedulerPlan* plan = m_service.FindPlan(planUuid);
     if (!plan)
         return QByteArray();
     SchedulerPlanData data;

@@ -56,6 +56,12 @@ private:
     ErrorNumber EmailConfigUpdate(const RequestCommand& request);
     ErrorNumber LoadEmailConfig(ResultCommand& result);
     ErrorNumber LoadOperations(ResultCommand& result);
+    ErrorNumber AddOperation(const RequestCommand& request, ResultCommand& result);
+    ErrorNumber SingleOperationNew(const RequestCommand& request, ResultCommand& result);
+    ErrorNumber Minizip(const RequestCommand& request, QString& deferKey);
+    ErrorNumber Reload(ResultCommand& result);
+    // The plan's next start and whether its schedule has ended, after error (when none).
+    ErrorNumber TriggerInfo(ErrorNumber error, const QString& planUuid, ResultCommand& result);
     ErrorNumber WithPlan(ErrorNumber error, const QString& planUuid, ResultCommand& result);
 
     void Send(CommunServer* server, QIODevice* socket, ResultCommand& result);
@@ -64,6 +70,7 @@ private:
     SchedulerService& m_service;
     EventChannels m_channels;
     bool m_stopped = false;
+    int m_nextKey = 0;     // deferral keys of answers that wait for work off the main thread
     QHash<QString, QList<PendingAnswer>> m_deferred;   // key (a cancelled plan's uuid) -> answers to send
     QString m_reason;                                  // why the request being answered was refused
 };

@@ -78,6 +78,45 @@ ErrorNumber RunController::Request(const QString& planUuid, RunReason reason)
     return NoError;
 }
 
+ErrorNumber RunController::RequestOnce(const SchedulerPlan& plan)
+{
+    if (!m_registry.Contains(plan.getTaskAttribute().getOperationRegisterName()))
+        return UnknownOperation;
+    Run run;
+    run.planUuid = plan.getPlanUuid();
+    run.reason = ManualRun;
+    run.plan = plan;
+    run.once = true;
+    m_queue.append(run);
+    if (m_running.size() >= m_parallel) {
+        m_queue.last().plan.getObjectSchemeAttribute().setExecutState(QueuedState());
+        emit planStateChanged(run.planUuid);
+    }
+    Pump();
+    return NoError;
+}
+
+const SchedulerPlan* RunController::FindOnce(const QString& runUuid) const
+{
+    const auto running = m_running.constFind(runUuid);
+    if (running != m_running.constEnd())
+        return running->once ? &running->plan : nullptr;
+    for (const Run& run : m_queue) {
+        if (run.planUuid == runUuid)
+            return run.once ? &run.plan : nullptr;
+    }
+    return nullptr;
+}
+
+void RunController::EditShown(const QString& planUuid, const std::function<void(SchedulerPlan&)>& edit)
+{
+    auto running = m_running.find(planUuid);
+    if (running != m_running.end() && running->once)
+        edit(running->plan);
+    else
+        m_store.EditVolatile(planUuid, edit);
+}
+
 void RunController::Pump()
 {
     while (m_running.size() < m_parallel && !m_queue.isEmpty())
@@ -86,7 +125,7 @@ void RunController::Pump()
 
 void RunController::Begin(Run run)
 {
-    const SchedulerPlan* stored = m_store.Find(run.planUuid);
+    const SchedulerPlan* stored = run.once ? &run.plan : m_store.Find(run.planUuid);
     if (!stored)
         return;   // deleted while it waited
     SchedulerPlan plan(*stored);
@@ -103,7 +142,7 @@ void RunController::Begin(Run run)
     plan.setCommandActionFlag(ExecuteOperationType);
     plan.getObjectSchemeAttribute().setStatus(RunningState());
     plan.getObjectSchemeAttribute().setExecutState(RunningState());
-    if (!m_store.StartRun(plan)) {
+    if (!run.once && !m_store.StartRun(plan)) {
         ServiceLog::Error(QStringLiteral("Store the start of a run of %1 failed in the Begin.").arg(run.planUuid));
         End(run, Failed, QStringLiteral("The database refused to record the start of the run."),
             QStringLiteral("Check that the data directory can be written, then run the plan again."));
@@ -130,11 +169,15 @@ void RunController::onJobProgress(const QString& planUuid, quint64 done, quint64
 {
     if (!m_running.contains(planUuid))
         return;
-    m_store.EditVolatile(planUuid, [done, total](SchedulerPlan& plan) {
+    EditShown(planUuid, [done, total](SchedulerPlan& plan) {
         plan.setBytesProcessed(done);
         plan.setTotalBytesToCopy(total);
     });
-    emit runProgressed(planUuid);
+    // All done is not superseded by a later progress: it always reaches the agents.
+    if (done == total)
+        emit planStateChanged(planUuid);
+    else
+        emit runProgressed(planUuid);
 }
 
 void RunController::onJobFinished(const QString& planUuid, quint64 outcome, const QString& reason,
@@ -158,9 +201,9 @@ ErrorNumber RunController::Cancel(const QString& planUuid)
     for (int i = 0; i < m_queue.size(); ++i) {
         if (m_queue[i].planUuid != planUuid)
             continue;
-        m_queue.removeAt(i);
+        const Run run = m_queue.takeAt(i);
         RecordWithoutRun(planUuid, Cancelled, QStringLiteral("The run was cancelled before it started."),
-                         SolutionFor(Cancelled));
+                         SolutionFor(Cancelled), run.once ? &run.plan : nullptr);
         emit runFinished(planUuid, Cancelled);
         return NoError;
     }
@@ -202,9 +245,11 @@ void RunController::MarkEnded(SchedulerPlan& plan, quint64 outcome, const QStrin
 }
 
 void RunController::RecordWithoutRun(const QString& planUuid, quint64 outcome, const QString& reason,
-                                     const QString& solution)
+                                     const QString& solution, const SchedulerPlan* unstored)
 {
     const SchedulerPlan* stored = m_store.Find(planUuid);
+    if (!stored)
+        stored = unstored;
     if (!stored)
         return;
     const QString now = timeText(QDateTime::currentDateTime());
@@ -228,7 +273,7 @@ void RunController::Shutdown()
     for (const Run& run : queued)
         RecordWithoutRun(run.planUuid, Skipped,
                          QStringLiteral("The scheduler service stopped before the run could start."),
-                         SolutionFor(Interrupted));
+                         SolutionFor(Interrupted), run.once ? &run.plan : nullptr);
     const QList<Run> running = m_running.values();
     m_running.clear();
     for (const Run& run : running) {

@@ -10,6 +10,8 @@
 #include <QList>
 #include <QObject>
 
+#include <functional>
+
 // The one run queue of the service, fed by agents and by the trigger timer. At most
 // `parallel` runs go at once; a plan is never queued or running twice. Each run is a
 // RunJob; its start and end are stored with the plan, and every end leaves a journal.
@@ -28,11 +30,18 @@ public:
     // Cancels a queued run at once, a running one through its job (runFinished follows):
     // PlanNotRunning when there is none.
     SchedulerProtocol::ErrorNumber Cancel(const QString& planUuid);
+    // Queues a one-off run of a plan that is not stored: the run keeps the plan itself.
+    SchedulerProtocol::ErrorNumber RequestOnce(const SchedulerPlan& plan);
+    // The plan of a one-off run that is queued or running, or null.
+    const SchedulerPlan* FindOnce(const QString& runUuid) const;
     bool IsBusy(const QString& planUuid) const;
     int RunningCount() const { return m_running.size(); }
+    int QueuedCount() const { return m_queue.size(); }
 
-    // A journal for a run that never started (outcome Skipped or Cancelled), with its reason and a solution.
-    void RecordWithoutRun(const QString& planUuid, quint64 outcome, const QString& reason, const QString& solution);
+    // A journal for a run that never started (outcome Skipped or Cancelled), with its reason and a
+    // solution; unstored: the plan of a one-off run.
+    void RecordWithoutRun(const QString& planUuid, quint64 outcome, const QString& reason, const QString& solution,
+                          const SchedulerPlan* unstored = nullptr);
     // Stops everything at service stop: queued runs are journaled as skipped, running ones
     // are cancelled, waited for and journaled as interrupted.
     void Shutdown();
@@ -62,10 +71,13 @@ private:
         QDateTime started;
         SchedulerPlan plan;   // as it was at the start: a plan deleted meanwhile still gets its journal
         RunJob* job = nullptr;
+        bool once = false;    // a one-off run: plan is all there is of it, nothing stored but its journal
     };
 
     void Pump();
     void Begin(Run run);
+    // Applies edit to the plan as shown: the stored one, or a one-off run's own.
+    void EditShown(const QString& planUuid, const std::function<void(SchedulerPlan&)>& edit);
     void onJobProgress(const QString& planUuid, quint64 done, quint64 total);
     void onJobFinished(const QString& planUuid, quint64 outcome, const QString& reason, const QString& solution);
     void End(const Run& run, quint64 outcome, const QString& reason, const QString& solution);

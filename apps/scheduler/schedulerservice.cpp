@@ -4,6 +4,7 @@
 #include "triggerschedule.h"
 
 #include <QFileInfo>
+#include <QUuid>
 
 using namespace SchedulerProtocol;
 
@@ -197,8 +198,13 @@ SchedulerService::ErrorNumber SchedulerService::CreatePlan(const QString& name, 
         *reason = why;
     if (const ErrorNumber error = refused)
         return error;
-    SchedulerPlan plan(data);
-    const QString uuid = CommonTools::CreateUuid();
+    planUuid = CommonTools::CreateUuid();
+    return StoreNew(SchedulerPlan(data), planUuid, name, "created");
+}
+
+SchedulerService::ErrorNumber SchedulerService::StoreNew(SchedulerPlan plan, const QString& uuid, const QString& name,
+                                                         const char* how)
+{
     plan.setPlanUuid(uuid);
     plan.setPlanName(name);
     plan.getObjectTaskAttribute().setTaskName(CommonTools::GetJobName(uuid));
@@ -206,11 +212,139 @@ SchedulerService::ErrorNumber SchedulerService::CreatePlan(const QString& name, 
     const QDateTime now = m_clock.Now();
     if (!m_store.Insert(plan, now))
         return StorageFailed;
-    planUuid = uuid;
-    ServiceLog::Info(QStringLiteral("Plan created: %1 (%2).").arg(planText(plan), plan.getTaskAttribute().getOperationRegisterName()));
+    ServiceLog::Info(QStringLiteral("Plan %1: %2 (%3).")
+                         .arg(QLatin1String(how), planText(plan), plan.getTaskAttribute().getOperationRegisterName()));
     Reschedule(uuid, now, false);
     emit planChanged(uuid);
     return NoError;
+}
+
+SchedulerService::ErrorNumber SchedulerService::AddPlan(const SchedulerPlan& given, QString& planUuid, QString* reason)
+{
+    QString why;
+    const QString uuid = given.getPlanUuid().isEmpty() ? CommonTools::CreateUuid() : given.getPlanUuid();
+    ErrorNumber error = NoError;
+    if (QUuid(uuid).isNull() || QUuid(uuid).toString() != uuid.toLower()) {
+        why = QStringLiteral("'%1' is not a uuid in braces.").arg(uuid);
+        error = BadPayload;
+    } else if (const SchedulerPlan* stored = FindPlan(uuid)) {
+        why = QStringLiteral("The plan '%1' has the uuid %2 already.").arg(stored->getPlanName(), uuid);
+        error = PlanExists;
+    } else {
+        error = CheckTask(given.getTaskAttribute(), given.getTriggerAttribute(), why);
+    }
+    if (reason)
+        *reason = why;
+    if (error != NoError)
+        return error;
+    RequestNewOperationData data;
+    data.setTaskAttribute(given.getTaskAttribute());
+    data.setTriggerAttribute(given.getTriggerAttribute());
+    const QString created = given.getSchemeAttribute().getCreateTime();
+    data.setCreateTime(QDateTime::fromString(created, TriggerSchedule::TimeFormat).isValid()
+                           ? created : timeText(QDateTime::currentDateTime()));
+    planUuid = uuid;
+    return StoreNew(SchedulerPlan(data), uuid, given.getPlanName(), "imported");
+}
+
+SchedulerService::ErrorNumber SchedulerService::RunOnce(const QString& name, const TaskAttribute& task,
+                                                        QString& runUuid, QString* reason)
+{
+    QString why;
+    const ErrorNumber error = CheckTask(task, TriggerAttribute(), why);
+    if (reason)
+        *reason = why;
+    if (error != NoError)
+        return error;
+    RequestNewOperationData data;
+    data.setTaskAttribute(task);
+    data.setCreateTime(timeText(QDateTime::currentDateTime()));
+    SchedulerPlan plan(data);
+    runUuid = CommonTools::CreateUuid();
+    plan.setPlanUuid(runUuid);
+    plan.setPlanName(name.isEmpty() ? QStringLiteral("once: %1").arg(task.getOperationRegisterName()) : name);
+    plan.getObjectTaskAttribute().setTaskName(CommonTools::GetJobName(runUuid));
+    return m_runs.RequestOnce(plan);
+}
+
+SchedulerService::ErrorNumber SchedulerService::CancelOnce(const QString& runUuid)
+{
+    if (m_store.Contains(runUuid))
+        return PlanNotFound;   // a stored plan is cancelled with CancelOperation
+    return m_runs.Cancel(runUuid);
+}
+
+SchedulerService::ErrorNumber SchedulerService::DeleteOnce(const QString& runUuid, QString* reason)
+{
+    QString why;
+    ErrorNumber error = NoError;
+    QList<JournalAttribute> journals;
+    if (m_store.Contains(runUuid)) {
+        why = QStringLiteral("%1 is a stored plan, not a one-off run.").arg(runUuid);
+        error = PlanNotFound;
+    } else if (m_runs.IsBusy(runUuid)) {
+        why = QStringLiteral("The one-off run %1 has not ended: cancel it first.").arg(runUuid);
+        error = PlanBusy;
+    } else if (!m_store.Database().LoadJournals(runUuid, journals)) {
+        error = StorageFailed;
+    } else if (journals.isEmpty()) {
+        why = QStringLiteral("No one-off run has the uuid %1.").arg(runUuid);
+        error = PlanNotFound;
+    }
+    if (reason)
+        *reason = why;
+    if (error != NoError)
+        return error;
+    QStringList uuids;
+    for (const JournalAttribute& journal : journals)
+        uuids << journal.getJournalUuid();
+    return DeleteJournals(uuids);
+}
+
+SchedulerService::ErrorNumber SchedulerService::Reload()
+{
+    if (m_runs.RunningCount() > 0 || m_runs.QueuedCount() > 0)
+        return PlanBusy;
+    QStringList before;
+    for (const SchedulerPlan* plan : m_store.Ordered())
+        before << plan->getPlanUuid();
+    if (!m_store.Load())
+        return StorageFailed;
+    for (const QString& uuid : qAsConst(before)) {
+        if (!m_store.Contains(uuid))
+            m_triggers.Remove(uuid);
+    }
+    const QDateTime now = m_clock.Now();
+    for (const SchedulerPlan* plan : std::vector<const SchedulerPlan*>(m_store.Ordered()))
+        Reschedule(plan->getPlanUuid(), now, false);
+    ServiceLog::Info(QStringLiteral("Plans reloaded: %1 plans, %2 of them scheduled.")
+                         .arg(m_store.Count())
+                         .arg(m_triggers.Count()));
+    emit plansReloaded();
+    return NoError;
+}
+
+SchedulerService::ErrorNumber SchedulerService::FireNow(const QString& planUuid)
+{
+    const SchedulerPlan* plan = m_store.Find(planUuid);
+    if (!plan)
+        return PlanNotFound;
+    ServiceLog::Info(QStringLiteral("Plan fired: %1 (asked by an agent).").arg(planText(*plan)));
+    return m_runs.Request(planUuid, ScheduledRun);
+}
+
+SchedulerService::ErrorNumber SchedulerService::UpdateNextStart(const QString& planUuid)
+{
+    if (!m_store.Contains(planUuid))
+        return PlanNotFound;
+    Reschedule(planUuid, m_clock.Now());
+    return NoError;
+}
+
+const SchedulerPlan* SchedulerService::FindPlan(const QString& planUuid) const
+{
+    const SchedulerPlan* plan = m_store.Find(planUuid);
+    return plan ? plan : m_runs.FindOnce(planUuid);
 }
 
 SchedulerService::ErrorNumber SchedulerService::EditPlan(const QString& planUuid, const SchedulerPlan& edit,

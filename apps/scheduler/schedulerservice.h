@@ -29,6 +29,8 @@ public:
         int journalKeepDays = 0;         // journals older than this are pruned after a run; 0: none
         int journalKeepPerPlan = 1000;   // a plan keeps its newest this many; 0: all
         QString emailFile;
+        QString dataDir;      // for the support bundle: its logs
+        QString configFile;   // for the support bundle
     };
 
     SchedulerService(SchedulerDatabase& database, const Settings& settings, const Clock& clock,
@@ -45,6 +47,23 @@ public:
     ErrorNumber CreatePlan(const QString& name, const RequestNewOperationData& data, QString& planUuid,
                            QString* reason = nullptr);
     ErrorNumber EditPlan(const QString& planUuid, const SchedulerPlan& edit, QString* reason = nullptr);
+    // Stores a whole plan as given (an import): its uuid (a new one when it has none), name, create
+    // time, task and trigger; not its run state. PlanExists when the uuid is stored already.
+    ErrorNumber AddPlan(const SchedulerPlan& given, QString& planUuid, QString* reason = nullptr);
+    // A one-off run of an operation that is no stored plan: queued under a new uuid, journaled
+    // under it and the given name like any run.
+    ErrorNumber RunOnce(const QString& name, const TaskAttribute& task, QString& runUuid, QString* reason = nullptr);
+    ErrorNumber CancelOnce(const QString& runUuid);
+    // Deletes the journals of a one-off run that has ended.
+    ErrorNumber DeleteOnce(const QString& runUuid, QString* reason = nullptr);
+    // Reads every plan from the database again and re-arms the triggers; PlanBusy while runs go.
+    ErrorNumber Reload();
+    // Fires the plan's trigger now, as if it were due (a scheduled run).
+    ErrorNumber FireNow(const QString& planUuid);
+    // Computes the plan's next start again from its trigger.
+    ErrorNumber UpdateNextStart(const QString& planUuid);
+    // A stored plan, or a one-off run that is queued or running; null when neither.
+    const SchedulerPlan* FindPlan(const QString& planUuid) const;
     ErrorNumber DeletePlan(const QString& planUuid);
     ErrorNumber RunNow(const QString& planUuid);
     ErrorNumber Cancel(const QString& planUuid);
@@ -57,11 +76,13 @@ public:
     const PlanStore& Store() const { return m_store; }
     bool IsBusy(const QString& planUuid) const { return m_runs.IsBusy(planUuid); }
     const OperationRegistry& Operations() const { return m_operations; }
+    const Settings& Config() const { return m_settings; }
 
 signals:
     // What agents are told of (see EventChannels), in the order it happens.
     void planChanged(const QString& planUuid);          // created, edited, or its run state changed
     void planDeleted(const QString& planUuid, const QString& planName);
+    void plansReloaded();
     void runStarted(const QString& planUuid);
     void runProgressed(const QString& planUuid);
     void nextStartChanged(const QString& planUuid);
@@ -71,6 +92,8 @@ signals:
 
 private:
     ErrorNumber CheckTask(const TaskAttribute& task, const TriggerAttribute& trigger, QString& reason) const;
+    // Stores a checked new plan under uuid and name, arms it and tells; `how` for the log line.
+    ErrorNumber StoreNew(SchedulerPlan plan, const QString& uuid, const QString& name, const char* how);
     void RecoverInterruptedRuns();
     void HandleMissed(const SchedulerPlan& plan, const QDateTime& now);
     // Arms the plan's next fire after `after` and shows it as the plan's next start;
