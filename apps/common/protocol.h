@@ -18,6 +18,9 @@ constexpr quint64 ResultType = 2000;
 // A request of the reference programs beyond the library's named ones: the registered
 // operations. Answered with a QstringListData of "name<TAB>what its parameter holds" entries.
 constexpr quint64 LoadOperationsType = 150;
+// What a copy or zip plan (the envelope's plan uuid) has written, answered with a QstringListData
+// of "kind<TAB>path<TAB>bytes<TAB>files<TAB>time" entries, kind "mirror" or "archive", oldest first.
+constexpr quint64 LoadBackupsType = 151;
 
 // The error number inside a result code; 0 is success.
 enum ErrorNumber : quint32 {

@@ -1,5 +1,6 @@
 #include "requesthandler.h"
 
+#include "backuplisting.h"
 #include "servicelog.h"
 #include "supportbundle.h"
 
@@ -16,6 +17,11 @@ RequestHandler::RequestHandler(SchedulerService& service, QObject* parent)
     , m_channels(service)
 {
     connect(&m_service, &SchedulerService::runFinished, this, &RequestHandler::onRunFinished);
+}
+
+RequestHandler::~RequestHandler()
+{
+    QThreadPool::globalInstance()->waitForDone();
 }
 
 void RequestHandler::Serve(CommunServer* server)
@@ -94,6 +100,7 @@ RequestHandler::ErrorNumber RequestHandler::Handle(RequestCommand& request, Resu
     case EmailConfigUpdateType: return EmailConfigUpdate(request);
     case LoadEmailConfigType: return LoadEmailConfig(result);
     case LoadOperationsType: return LoadOperations(result);
+    case LoadBackupsType: return LoadBackups(uuid, deferKey);
     case AddOperationType: return AddOperation(request, result);
     case SingleOperationNewType: return SingleOperationNew(request, result);
     case SingleOperationCancelType: {
@@ -255,6 +262,28 @@ RequestHandler::ErrorNumber RequestHandler::Minizip(const RequestCommand& reques
                 ServiceLog::Info(QStringLiteral("Support bundle written: %1.").arg(path));
             Complete(key, written ? NoError : WriteFailed,
                      written ? ReasonPayload(path) : ReasonPayload(reason));
+        }, Qt::QueuedConnection);
+    });
+    return NoError;
+}
+
+RequestHandler::ErrorNumber RequestHandler::LoadBackups(const QString& planUuid, QString& deferKey)
+{
+    const SchedulerPlan* plan = m_service.Store().Find(planUuid);
+    if (!plan)
+        return PlanNotFound;
+    const TaskAttribute task = plan->getTaskAttribute();
+    deferKey = QStringLiteral("backups-%1").arg(++m_nextKey);
+    const QString key = deferKey;
+    // A mirror can hold many files: it is read off the main thread.
+    QThreadPool::globalInstance()->start([this, task, planUuid, key] {
+        QStringList entries;
+        QString reason;
+        const bool listed = BackupListing::Of(task, planUuid, entries, reason);
+        QMetaObject::invokeMethod(this, [this, listed, entries, reason, key] {
+            QstringListData data;
+            data.setQstringList(entries);
+            Complete(key, listed ? NoError : BadParameter, listed ? EncodePayload(data) : ReasonPayload(reason));
         }, Qt::QueuedConnection);
     });
     return NoError;

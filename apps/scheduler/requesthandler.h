@@ -21,6 +21,8 @@ class RequestHandler : public QObject
 
 public:
     explicit RequestHandler(SchedulerService& service, QObject* parent = nullptr);
+    // Waits for the work it handed to other threads (bundles, listings): they answer through it.
+    ~RequestHandler() override;
 
     void Serve(CommunServer* server);
     // At service stop: takes no more requests and writes out the events still waiting for
@@ -60,6 +62,7 @@ private:
     ErrorNumber SingleOperationNew(const RequestCommand& request, ResultCommand& result);
     ErrorNumber Minizip(const RequestCommand& request, QString& deferKey);
     ErrorNumber Reload(ResultCommand& result);
+    ErrorNumber LoadBackups(const QString& planUuid, QString& deferKey);
     // The plan's next start and whether its schedule has ended, after error (when none).
     ErrorNumber TriggerInfo(ErrorNumber error, const QString& planUuid, ResultCommand& result);
     ErrorNumber WithPlan(ErrorNumber error, const QString& planUuid, ResultCommand& result);
