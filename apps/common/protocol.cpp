@@ -29,6 +29,7 @@ QString ErrorText(quint64 resultCode)
     case SettingsFailed: return QStringLiteral("settings could not be saved");
     case InvalidTrigger: return QStringLiteral("the trigger is not valid");
     case BadParameter: return QStringLiteral("the operation's parameter is not valid");
+    case MailFailed: return QStringLiteral("the mail could not be sent");
     default: return QStringLiteral("error 0x%1").arg(resultCode, 0, 16);
     }
 }

@@ -31,7 +31,8 @@ enum ErrorNumber : quint32 {
     UnknownOperation = 7,   // the plan's task names no registered operation
     SettingsFailed = 8,     // the e-mail settings file could not be written
     InvalidTrigger = 9,     // the trigger is not one the scheduler can fire
-    BadParameter = 10       // the operation's parameter block is not valid for it
+    BadParameter = 10,      // the operation's parameter block is not valid for it
+    MailFailed = 11         // the test mail could not be sent (the reason says why)
 };
 
 // How a run ended: a plan's result code, and the text of its status and of its journal's result.

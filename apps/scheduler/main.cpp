@@ -177,6 +177,9 @@ int main(int argc, char* argv[])
         settings.journalKeepDays = config.journalKeepDays;
         settings.journalKeepPerPlan = config.journalKeepPerPlan;
         settings.emailFile = QDir(dataDir).filePath(QStringLiteral("email.ini"));
+        settings.mail.timeoutSeconds = config.mailTimeoutSeconds;
+        settings.mail.caFile = config.mailCaFile;
+        settings.mail.verifyCertificate = config.mailVerifyCertificate;
         const Clock clock;
         SchedulerService service(database, settings, clock);
         RequestHandler handler(service);

@@ -32,6 +32,7 @@ public:
 private slots:
     void onIncomingBlockData(quint64 commtype, QIODevice* psocket, QByteArray bytes);
     void onRunFinished(const QString& planUuid, quint64 outcome);
+    void onMailEnded(quint64 ticket, const QString& error, const QString& to);
 
 private:
     using ErrorNumber = SchedulerProtocol::ErrorNumber;
@@ -55,6 +56,8 @@ private:
     ErrorNumber DeleteSelectJournal(const RequestCommand& request);
     ErrorNumber EmailConfigUpdate(const RequestCommand& request);
     ErrorNumber LoadEmailConfig(ResultCommand& result);
+    // Answered once the mail went or failed (deferred under "mail:<ticket>").
+    ErrorNumber EmailMessageTest(const RequestCommand& request, QString& deferKey);
     ErrorNumber LoadOperations(ResultCommand& result);
     ErrorNumber WithPlan(ErrorNumber error, const QString& planUuid, ResultCommand& result);
 

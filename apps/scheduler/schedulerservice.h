@@ -1,6 +1,7 @@
 #ifndef BACKUPFRAME_SCHEDULER_SCHEDULERSERVICE_H
 #define BACKUPFRAME_SCHEDULER_SCHEDULERSERVICE_H
 
+#include "mailsender.h"
 #include "operationregistry.h"
 #include "planstore.h"
 #include "protocol.h"
@@ -9,7 +10,9 @@
 
 #include <backupframe.h>
 
+#include <QHash>
 #include <QObject>
+#include <QPair>
 
 // What the service does with plans, runs, journals and e-mail settings, whoever asks:
 // the plan store, the run queue and the trigger timer put together. Plans fire by
@@ -28,7 +31,8 @@ public:
         int parallelRuns = 1;   // /Operation/operation_execute_type
         int journalKeepDays = 0;         // journals older than this are pruned after a run; 0: none
         int journalKeepPerPlan = 1000;   // a plan keeps its newest this many; 0: all
-        QString emailFile;
+        QString emailFile;      // kept readable by its owner only: it holds the SMTP password
+        MailTransport mail;
     };
 
     SchedulerService(SchedulerDatabase& database, const Settings& settings, const Clock& clock,
@@ -53,6 +57,9 @@ public:
     ErrorNumber DeleteAllJournals();
     ErrorNumber UpdateEmail(const EmailConfigAttribute& settings);
     EmailConfigAttribute Email() const { return m_email; }
+    // Queues a test mail with settings (the stored ones when null); 0 with the reason when it
+    // cannot go, else the ticket that mailEnded names.
+    quint64 SendTestMail(const EmailConfigAttribute* settings, QString& reason);
 
     const PlanStore& Store() const { return m_store; }
     bool IsBusy(const QString& planUuid) const { return m_runs.IsBusy(planUuid); }
@@ -68,6 +75,8 @@ signals:
     void journalAdded(const JournalAttribute& journal);
     void journalsDeleted();
     void runFinished(const QString& planUuid, quint64 outcome);
+    // A mail queued by SendTestMail went (error empty) or did not; to: its recipients.
+    void mailEnded(quint64 ticket, const QString& error, const QString& to);
 
 private:
     ErrorNumber CheckTask(const TaskAttribute& task, const TriggerAttribute& trigger, QString& reason) const;
@@ -78,6 +87,12 @@ private:
     void Reschedule(const QString& planUuid, const QDateTime& after, bool announce = true);
     void onDue(const QString& planUuid, const QDateTime& instant);
     void PruneJournals(const QString& planUuid);
+    // One mail per finished run when the stored settings ask for it.
+    void MailJournal(const JournalAttribute& journal);
+    quint64 QueueMail(const EmailConfigAttribute& settings, const QString& subject, const QString& body,
+                      QString& reason);
+    void onMailEnded(quint64 ticket, const QString& error);
+    void SecureEmailFile(bool create) const;
 
     PlanStore m_store;
     const Settings m_settings;
@@ -86,6 +101,8 @@ private:
     RunController m_runs;
     TriggerScheduler m_triggers;
     EmailConfigReaderWriter m_email;
+    MailSender m_mailer;
+    QHash<quint64, QPair<QString, QString>> m_mails;   // ticket -> subject and recipients, for the log
 };
 
 #endif
