@@ -30,6 +30,8 @@ public:
     // Sends one request and waits for its answer; false (see Error) when none came in time.
     bool Call(quint64 type, const QString& planUuid, const QString& planName, const QByteArray& payload,
               ResultCommand& answer);
+    // How long each later Call waits for its answer.
+    void SetTimeoutMs(int timeoutMs) { m_timeoutMs = timeoutMs; }
     // Stops the worker thread and the dispatch; called by the destructor too.
     void Close();
 

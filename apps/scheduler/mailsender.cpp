@@ -19,6 +19,7 @@ struct Transfer {
     QByteArray message;
     qsizetype offset = 0;
     QByteArray lastReply;                      // the server's last reply line
+    QByteArray lastRefusal;                    // its last 4xx or 5xx reply line: the reason when there is one
     const std::atomic<bool>* abort = nullptr;
 };
 
@@ -38,9 +39,14 @@ int watchTraffic(CURL*, curl_infotype type, char* data, size_t size, void* user)
     if (type != CURLINFO_HEADER_IN)
         return 0;
     const QList<QByteArray> lines = QByteArray(data, static_cast<int>(size)).split('\n');
+    auto* transfer = static_cast<Transfer*>(user);
     for (const QByteArray& line : lines) {
-        if (!line.trimmed().isEmpty())
-            static_cast<Transfer*>(user)->lastReply = line.trimmed();
+        const QByteArray reply = line.trimmed();
+        if (reply.isEmpty())
+            continue;
+        transfer->lastReply = reply;
+        if (reply.startsWith('4') || reply.startsWith('5'))
+            transfer->lastRefusal = reply;
     }
     return 0;
 }
@@ -130,8 +136,9 @@ QString sendMail(const OutgoingMail& mail, const MailTransport& transport, const
     QString error = QString::fromUtf8(curl_easy_strerror(code));
     if (detail[0] && QString::fromUtf8(detail) != error)
         error += QStringLiteral(" (%1)").arg(QString::fromUtf8(detail).trimmed());
-    if (!transfer.lastReply.isEmpty())
-        error += QStringLiteral("; the server said: %1").arg(QString::fromUtf8(transfer.lastReply));
+    const QByteArray said = transfer.lastRefusal.isEmpty() ? transfer.lastReply : transfer.lastRefusal;
+    if (!said.isEmpty())
+        error += QStringLiteral("; the server said: %1").arg(QString::fromUtf8(said));
     return error;
 }
 

@@ -193,10 +193,16 @@ RequestHandler::ErrorNumber RequestHandler::EmailMessageTest(const RequestComman
 void RequestHandler::onMailEnded(quint64 ticket, const QString& error, const QString& to)
 {
     const QString key = QStringLiteral("mail:%1").arg(ticket);
+    const QList<PendingAnswer> waiting = m_deferred.value(key);
     if (error.isEmpty())
         Complete(key, NoError, ReasonPayload(QStringLiteral("Test mail sent to %1.").arg(to)));
     else
         Complete(key, MailFailed, ReasonPayload(error));
+    // A send cut short by the service's stop ends after the event loop: write the answer out now.
+    for (const PendingAnswer& answer : waiting) {
+        if (m_service.Stopping() && answer.socket)
+            answer.socket->waitForBytesWritten(500);
+    }
 }
 
 RequestHandler::ErrorNumber RequestHandler::LoadOperations(ResultCommand& result)

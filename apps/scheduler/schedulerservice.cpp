@@ -70,6 +70,7 @@ bool SchedulerService::Start()
 
 void SchedulerService::Stop()
 {
+    m_stopping = true;
     m_runs.Shutdown();
     m_mailer.Stop();   // a slow mail server must not hold up the stop
     ServiceLog::Info(QStringLiteral("Scheduler stopped."));

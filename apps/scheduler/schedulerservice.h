@@ -41,8 +41,9 @@ public:
     // Loads the plans, journals the runs that were in progress when the service ended, applies
     // the missed-occurrence rule and arms the trigger timer. False when the database refuses.
     bool Start();
-    // Interrupts every run (journaled) and stops firing.
+    // Interrupts every run (journaled), aborts the mails still going and stops firing.
     void Stop();
+    bool Stopping() const { return m_stopping; }
 
     using ErrorNumber = SchedulerProtocol::ErrorNumber;
     // A refused task or trigger leaves in reason what is wrong and what is expected.
@@ -102,6 +103,7 @@ private:
     TriggerScheduler m_triggers;
     EmailConfigReaderWriter m_email;
     MailSender m_mailer;
+    bool m_stopping = false;
     QHash<quint64, QPair<QString, QString>> m_mails;   // ticket -> subject and recipients, for the log
 };
 
