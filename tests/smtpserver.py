@@ -10,15 +10,30 @@ Stops when its standard input closes.
 """
 import argparse
 import asyncio
+import base64
 import email
 import email.policy
 import json
 import os
+import re
 import ssl
 import sys
 import warnings
 
 from aiosmtpd.smtp import SMTP, AuthResult
+
+
+def encoded_words_whole(raw):
+    """RFC 2047: each encoded word of the Subject is at most 75 characters and whole characters on its own."""
+    header = re.search(rb"^Subject:(.*?)\r\n(?![ \t])", raw, re.M | re.S)
+    for word in re.findall(rb"=\?([^?]*)\?[Bb]\?([^?]*)\?=", header.group(1) if header else b""):
+        if len(word[1]) + len(word[0]) + 7 > 75:
+            return False
+        try:
+            base64.b64decode(word[1], validate=True).decode(word[0].decode())
+        except (ValueError, LookupError):
+            return False
+    return True
 
 
 class Saver:
@@ -42,6 +57,7 @@ class Saver:
             "body": body.get_content() if body is not None else None,
             "defects": [type(d).__name__ for d in message.defects],
             "bare_lf": b"\n" in raw.replace(b"\r\n", b""),
+            "encoded_words_whole": encoded_words_whole(raw),
             "authenticated": session.authenticated,
             "tls": session.ssl is not None,
         }

@@ -201,13 +201,15 @@ void tst_Mail::runMails_data()
     QTest::addColumn<QString>("when");       // the option that asks for the mail
     QTest::addColumn<QString>("mailed");     // the plan whose run is mailed
     QTest::addColumn<QString>("other");      // a plan whose run is not
+    QTest::addColumn<QString>("subject");    // as configured; empty: the default one
     QTest::addColumn<QStringList>("body");   // lines the body holds
 
     QTest::newRow("a succeeded run is mailed over plain SMTP with a non-ASCII plan name, a failed one is not")
         << "plain" << "--on-success" << "Sicherung Büro ✓" << "broken"
+        << "Sicherung äöüßäöüßäöüßäöüßäöüßäöüßäöüß – bitte prüfen ✓"
         << QStringList{"The plan \"Sicherung Büro ✓\" ran: Succeeded.", "Result:    Succeeded", "Operation: noop"};
     QTest::newRow("a failed run is mailed over STARTTLS after a login, with its reason and solution")
-        << "auth" << "--on-failure" << "broken" << "quick"
+        << "auth" << "--on-failure" << "broken" << "quick" << ""
         << QStringList{"The plan \"broken\" ran: Failed.", "Reason:    The operation was asked to fail.", "Solution:  "};
 }
 
@@ -217,12 +219,13 @@ void tst_Mail::runMails()
     QFETCH(QString, when);
     QFETCH(QString, mailed);
     QFETCH(QString, other);
+    QFETCH(QString, subject);
     QFETCH(QStringList, body);
     SmtpServer smtp;
     QVERIFY2(smtp.Start(m_mailDir, server), "the SMTP server did not start");
     QVERIFY2(StartScheduler(), "the scheduler did not start");
-    const Outcome set = Agent(QStringList{"email", "set", "--password-stdin", when, "1"} + MailSettings(smtp.port, server),
-                              "secret\n");
+    const Outcome set = Agent(QStringList{"email", "set", "--password-stdin", when, "1", "--subject", subject}
+                                  + MailSettings(smtp.port, server), "secret\n");
     QVERIFY2(set.code == 0, qPrintable(set.err));
     const bool mailFailures = when == QLatin1String("--on-failure");
     for (const QString& plan : {other, mailed}) {
@@ -233,12 +236,14 @@ void tst_Mail::runMails()
 
     const QJsonObject mail = Mail(1);
     QVERIFY2(!mail.isEmpty(), "no mail arrived");
-    QCOMPARE(mail["subject"].toString(),
-             QStringLiteral("backupframe: %1 %2").arg(mailed, mailFailures ? "Failed" : "Succeeded"));
+    QCOMPARE(mail["subject"].toString(), subject.isEmpty() ? QStringLiteral("backupframe: %1 %2")
+                                                                 .arg(mailed, mailFailures ? "Failed" : "Succeeded")
+                                                           : subject);
     QCOMPARE(mail["mail_from"].toString(), QStringLiteral("backup@example.org"));
     QCOMPARE(mail["rcpt_tos"].toArray(), QJsonArray({"ops@example.org", "Boss@Example.org", "log@example.org"}));
     QCOMPARE(mail["defects"].toArray(), QJsonArray());
     QCOMPARE(mail["bare_lf"].toBool(), false);
+    QCOMPARE(mail["encoded_words_whole"].toBool(), true);
     QCOMPARE(mail["tls"].toBool(), server != QLatin1String("plain"));
     QCOMPARE(mail["authenticated"].toBool(), server == QLatin1String("auth"));
     QCOMPARE(mail["content_type"].toString() + " " + mail["charset"].toString(), QStringLiteral("text/plain utf-8"));
@@ -249,7 +254,8 @@ void tst_Mail::runMails()
     const QString text = mail["body"].toString().remove(QLatin1Char('\r'));
     for (const QString& line : body)
         QVERIFY2(text.contains(line), qPrintable(text));
-    QTRY_COMPARE_WITH_TIMEOUT(LogCount(QStringLiteral("Mail sent: \"backupframe: ")), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(LogCount(QStringLiteral("Mail sent: \"%1\" to ops@example.org, Boss@Example.org, "
+                                                      "log@example.org.").arg(mail["subject"].toString())), 1, 10000);
     QCOMPARE(LogCount(QStringLiteral("Mail not sent")), 0);
     QVERIFY2(!QFile::exists(QDir(m_mailDir).filePath("2.json")), "the run that was not asked for was mailed");
 }

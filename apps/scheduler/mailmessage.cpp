@@ -63,6 +63,8 @@ QByteArray encodeBody(const QString& body, QByteArray& encoding)
 {
     QString text = body;
     text.replace(QLatin1String("\r\n"), QLatin1String("\n"));
+    if (text.endsWith(QLatin1Char('\n')))
+        text.chop(1);   // the last line's end is added below
     const QStringList lines = text.split(QLatin1Char('\n'));
     bool plain = true;
     for (const QString& line : lines)
