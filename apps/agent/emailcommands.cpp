@@ -62,7 +62,7 @@ bool readPasswordLine(QByteArray& password)
     return true;
 }
 
-// How long 'email test' waits for its answer: above the service's longest mail timeout, 600 s, it is not.
+// How long 'email test' waits for its answer: the service's default mail timeout (30 s) with room to spare.
 constexpr int kMailAnswerMs = 90000;
 
 } // namespace
