@@ -93,11 +93,15 @@ private slots:
     void refusedRunMailIsOneWarning();
     void unansweringServer_data();
     void unansweringServer();
+    void badConfiguration_data();
+    void badConfiguration();
     void settingsFileIsTheOwnersOnly_data();
     void settingsFileIsTheOwnersOnly();
 
 private:
-    bool StartScheduler(int mailTimeout = 30);
+    // email: the [Email] lines of the service configuration; empty: the test CA, 30 s.
+    bool StartScheduler(const QString& email = QString());
+    void WriteConfig(const QString& email);
     Outcome Agent(const QStringList& arguments, const QByteArray& input = QByteArray(),
                   const QString& password = QString());
     void StartAgent(QProcess& agent, const QStringList& arguments, const QString& password = QString());
@@ -132,14 +136,17 @@ void tst_Mail::cleanup()
     m_dir.reset();
 }
 
-bool tst_Mail::StartScheduler(int mailTimeout)
+void tst_Mail::WriteConfig(const QString& email)
 {
+    QFile file(m_dir->filePath(QStringLiteral("scheduler.ini")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("[Email]\n" + (email.isEmpty() ? QStringLiteral("ca_file=%1").arg(kCert) : email).toUtf8() + "\n");
+}
+
+bool tst_Mail::StartScheduler(const QString& email)
+{
+    WriteConfig(email);
     const QString config = m_dir->filePath(QStringLiteral("scheduler.ini"));
-    QFile file(config);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
-    file.write(QStringLiteral("[Email]\ntimeout_seconds=%1\nca_file=%2\n").arg(mailTimeout).arg(kCert).toUtf8());
-    file.close();
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("XDG_DATA_HOME"), m_dir->filePath(QStringLiteral("home")));
     m_scheduler.setProcessEnvironment(environment);
@@ -263,32 +270,38 @@ void tst_Mail::runMails()
 void tst_Mail::testMail_data()
 {
     QTest::addColumn<QString>("server");         // "none": a port nobody listens on
+    QTest::addColumn<QString>("config");         // the [Email] lines; empty: the test CA
     QTest::addColumn<QStringList>("options");    // for this test only
     QTest::addColumn<QString>("password");       // BACKUPFRAME_SMTP_PASSWORD
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<QString>("said");           // in the agent's output
 
     QTest::newRow("a test mail with the stored settings reaches the server")
-        << "auth" << QStringList() << "" << 0
+        << "auth" << "" << QStringList() << "" << 0
         << "Test mail sent to ops@example.org, Boss@Example.org, log@example.org.";
     QTest::newRow("options change the recipients and password for this test only")
-        << "auth" << QStringList{"--recipients", "other@example.org", "--password-env"} << "secret" << 0
+        << "auth" << "" << QStringList{"--recipients", "other@example.org", "--password-env"} << "secret" << 0
         << "Test mail sent to other@example.org.";
     QTest::newRow("a refused login answers with the server's own reply")
-        << "auth" << QStringList{"--password-env"} << "wrong" << 2
+        << "auth" << "" << QStringList{"--password-env"} << "wrong" << 2
         << "cannot send the test mail: the mail could not be sent: Login denied; the server said: 535 5.7.8";
     QTest::newRow("an absent server answers that nothing could be connected to")
-        << "none" << QStringList() << "" << 2 << "the mail could not be sent: Couldn't connect to server";
+        << "none" << "" << QStringList() << "" << 2 << "the mail could not be sent: Couldn't connect to server";
     QTest::newRow("an unknown encryption kind is refused before any connection")
-        << "none" << QStringList{"--encryption", "3"} << "" << 2
+        << "none" << "" << QStringList{"--encryption", "3"} << "" << 2
         << "encryption kind 3 is not one of 0 (none), 1 (STARTTLS), 2 (SMTPS)";
     QTest::newRow("a plain connection to a STARTTLS server is refused by it")
-        << "auth" << QStringList{"--encryption", "0", "--auth", "0"} << "" << 2 << "the server said: 530";
+        << "auth" << "" << QStringList{"--encryption", "0", "--auth", "0"} << "" << 2 << "the server said: 530";
+    QTest::newRow("a server certificate that no trusted CA signed is refused")
+        << "auth" << "timeout_seconds=30" << QStringList() << "" << 2 << "the mail could not be sent: SSL peer certificate";
+    QTest::newRow("with certificate checking off the same server is used")
+        << "auth" << "verify_certificate=0" << QStringList() << "" << 0 << "Test mail sent to ";
 }
 
 void tst_Mail::testMail()
 {
     QFETCH(QString, server);
+    QFETCH(QString, config);
     QFETCH(QStringList, options);
     QFETCH(QString, password);
     QFETCH(int, exitCode);
@@ -303,7 +316,7 @@ void tst_Mail::testMail()
         QVERIFY2(smtp.Start(m_mailDir, server), "the SMTP server did not start");
         port = smtp.port;
     }
-    QVERIFY2(StartScheduler(), "the scheduler did not start");
+    QVERIFY2(StartScheduler(config), "the scheduler did not start");
     QCOMPARE(Agent(QStringList{"email", "set", "--password", "secret"} + MailSettings(port, "auth")).code, 0);
 
     const Outcome test = Agent(QStringList{"email", "test"} + options, QByteArray(), password);
@@ -333,26 +346,26 @@ void tst_Mail::refusedRunMailIsOneWarning()
 
 void tst_Mail::unansweringServer_data()
 {
-    QTest::addColumn<int>("mailTimeout");
+    QTest::addColumn<QString>("config");
     QTest::addColumn<bool>("stop");
     QTest::addColumn<QString>("logged");
 
     QTest::newRow("a server that never answers costs the mail timeout and one warning")
-        << 2 << false << "Timeout was reached";
+        << "timeout_seconds=2" << false << "Timeout was reached";
     QTest::newRow("a stop cuts a send short instead of waiting out the server")
-        << 600 << true << "the service stopped during the send";
+        << "timeout_seconds=600" << true << "the service stopped during the send";
 }
 
 void tst_Mail::unansweringServer()
 {
-    QFETCH(int, mailTimeout);
+    QFETCH(QString, config);
     QFETCH(bool, stop);
     QFETCH(QString, logged);
     QTcpServer silent;   // accepts and never says a word
     QList<QTcpSocket*> accepted;
     connect(&silent, &QTcpServer::newConnection, [&] { accepted << silent.nextPendingConnection(); });
     QVERIFY(silent.listen(QHostAddress::LocalHost));
-    QVERIFY2(StartScheduler(mailTimeout), "the scheduler did not start");
+    QVERIFY2(StartScheduler(config), "the scheduler did not start");
     QCOMPARE(Agent(QStringList{"email", "set"} + MailSettings(silent.serverPort(), "plain")).code, 0);
 
     QProcess test;
@@ -372,6 +385,26 @@ void tst_Mail::unansweringServer()
     QTRY_COMPARE_WITH_TIMEOUT(LogCount(QStringLiteral("Mail not sent: \"backupframe: test mail\" to ops@example.org, "
                                                       "Boss@Example.org, log@example.org: ") + logged),
                               1, 10000);
+}
+
+void tst_Mail::badConfiguration_data()
+{
+    QTest::addColumn<QString>("config");
+    QTest::addColumn<QString>("said");
+    QTest::newRow("a zero timeout is refused") << "timeout_seconds=0" << "Email/timeout_seconds = '0' is not a number from 1 to 600";
+    QTest::newRow("a timeout above ten minutes is refused") << "timeout_seconds=601" << "is not a number from 1 to 600";
+    QTest::newRow("certificate checking is 0 or 1") << "verify_certificate=2" << "Email/verify_certificate = '2' is not a number from 0 to 1";
+    QTest::newRow("a CA file that is not there is refused") << "ca_file=nosuch.pem" << "nosuch.pem' is not a readable file";
+}
+
+void tst_Mail::badConfiguration()
+{
+    QFETCH(QString, config);
+    QFETCH(QString, said);
+    QVERIFY(!StartScheduler(config));
+    const Outcome refused = finish(m_scheduler, 10000);
+    QCOMPARE(refused.code, 1);
+    QVERIFY2(refused.err.contains(said), qPrintable(refused.err));
 }
 
 void tst_Mail::settingsFileIsTheOwnersOnly_data()
