@@ -46,19 +46,20 @@ class Saver:
         raw = envelope.original_content
         message = email.message_from_bytes(raw, policy=email.policy.default)
         body = message.get_body(("plain",))
+        required = ("Date", "From", "To", "Subject", "Message-ID", "MIME-Version", "Content-Transfer-Encoding")
         record = {
             "mail_from": envelope.mail_from,
             "rcpt_tos": envelope.rcpt_tos,
-            "headers": {name: str(value) for name, value in message.items()},
             "subject": str(message["subject"]),
             "content_type": message.get_content_type(),
             "charset": message.get_content_charset(),
-            "transfer_encoding": str(message.get("content-transfer-encoding", "")),
-            "body": body.get_content() if body is not None else None,
+            "body": body.get_content().replace("\r\n", "\n") if body is not None else None,
             "defects": [type(d).__name__ for d in message.defects],
+            "missing": [name for name in required if name not in message]
+                       + ([] if message["date"] and message["date"].datetime else ["a valid Date"]),
             "bare_lf": b"\n" in raw.replace(b"\r\n", b""),
             "encoded_words_whole": encoded_words_whole(raw),
-            "authenticated": session.authenticated,
+            "authenticated": bool(session.authenticated),
             "tls": session.ssl is not None,
         }
         base = os.path.join(self.directory, str(self.count))
