@@ -69,8 +69,19 @@ class tst_Mail : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
+    void init()
+    {
+        static int counter = 0;
+        m_dir.reset(new QTemporaryDir);
+        QVERIFY(m_dir->isValid() && QDir(m_dir->path()).mkpath("mails") && QDir(m_dir->path()).mkpath("data"));
+        m_serverName = QStringLiteral("tst_mail_%1_%2").arg(QCoreApplication::applicationPid()).arg(++counter);
+    }
+    void cleanup()
+    {
+        m_scheduler.terminate();
+        finish(m_scheduler, 10000);
+        m_dir.reset();
+    }
     void runMails_data();
     void runMails();
     void testMail_data();
@@ -82,94 +93,66 @@ private slots:
 
 private:
     // email: the [Email] lines of the service configuration; empty: the test CA.
-    bool StartScheduler(const QString& email = QString());
-    void StartAgent(QProcess& agent, const QStringList& arguments, const QString& password = QString());
-    Outcome Agent(const QStringList& arguments, const QByteArray& input = QByteArray(),
-                  const QString& password = QString());
+    bool StartScheduler(const QString& email = QString())
+    {
+        QFile config(m_dir->filePath(QStringLiteral("scheduler.ini")));
+        if (!config.open(QIODevice::WriteOnly))
+            return false;
+        config.write("[Email]\n" + (email.isEmpty() ? QStringLiteral("ca_file=%1").arg(kCert) : email).toUtf8() + "\n");
+        config.close();
+        StartAgent(m_scheduler, {});   // the same environment
+        m_scheduler.start(QStringLiteral(SCHEDULER_PATH), {"--data-dir", m_dir->filePath("data"), "--server-name",
+                                                             m_serverName, "--config", config.fileName()});
+        QByteArray output;
+        (void)QTest::qWaitFor([&] {
+            output += m_scheduler.readAllStandardOutput();
+            return output.contains("serving '") || m_scheduler.state() == QProcess::NotRunning;
+        }, 10000);
+        return m_scheduler.state() == QProcess::Running;
+    }
+    // Without arguments: only sets the environment (for the scheduler too).
+    void StartAgent(QProcess& agent, const QStringList& arguments, const QString& password = QString())
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("XDG_DATA_HOME"), m_dir->filePath(QStringLiteral("home")));
+        environment.insert(QStringLiteral("BACKUPFRAME_SMTP_PASSWORD"), password);
+        agent.setProcessEnvironment(environment);
+        if (!arguments.isEmpty())
+            agent.start(QStringLiteral(AGENT_PATH), QStringList{"--server-name", m_serverName} + arguments);
+    }
+    Outcome Agent(const QStringList& arguments, const QByteArray& input = QByteArray())
+    {
+        QProcess agent;
+        StartAgent(agent, arguments);
+        agent.write(input);
+        agent.closeWriteChannel();
+        return finish(agent);
+    }
     // The e-mail options for a server of the given kind on port; the password is left to the caller.
-    static QStringList MailSettings(quint16 port, const QString& kind);
+    static QStringList MailSettings(quint16 port, const QString& kind)
+    {
+        const bool auth = kind == QLatin1String("auth");
+        return {"--enable", "1", "--smtp-server", "127.0.0.1", "--smtp-port", QString::number(port), "--encryption",
+                auth ? "1" : "0", "--auth", auth ? "1" : "0", "--user", "user", "--sender", "backup@example.org",
+                "--recipients", "ops@example.org; Boss@Example.org,\tlog@example.org"};
+    }
     // The server's record of the number-th message it received, or an empty one.
-    QJsonObject Mail(int number) const;
-    int LogCount(const QString& text) const;
+    QJsonObject Mail(int number) const
+    {
+        QFile file(m_dir->filePath(QStringLiteral("mails/%1.json").arg(number)));
+        (void)QTest::qWaitFor([&] { return file.exists(); }, 30000);
+        return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object() : QJsonObject();
+    }
+    int LogCount(const QString& text) const
+    {
+        QFile log(m_dir->filePath(QStringLiteral("data/log/scheduler.log")));
+        return log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()).count(text) : 0;
+    }
 
     std::unique_ptr<QTemporaryDir> m_dir;
     QString m_serverName;
     QProcess m_scheduler;
 };
-
-void tst_Mail::init()
-{
-    static int counter = 0;
-    m_dir.reset(new QTemporaryDir);
-    QVERIFY(m_dir->isValid() && QDir(m_dir->path()).mkpath("mails") && QDir(m_dir->path()).mkpath("data"));
-    m_serverName = QStringLiteral("tst_mail_%1_%2").arg(QCoreApplication::applicationPid()).arg(++counter);
-}
-
-void tst_Mail::cleanup()
-{
-    m_scheduler.terminate();
-    finish(m_scheduler, 10000);
-    m_dir.reset();
-}
-
-bool tst_Mail::StartScheduler(const QString& email)
-{
-    QFile config(m_dir->filePath(QStringLiteral("scheduler.ini")));
-    if (!config.open(QIODevice::WriteOnly))
-        return false;
-    config.write("[Email]\n" + (email.isEmpty() ? QStringLiteral("ca_file=%1").arg(kCert) : email).toUtf8() + "\n");
-    config.close();
-    StartAgent(m_scheduler, {});   // the same environment
-    m_scheduler.start(QStringLiteral(SCHEDULER_PATH), {"--data-dir", m_dir->filePath("data"), "--server-name",
-                                                         m_serverName, "--config", config.fileName()});
-    QByteArray output;
-    (void)QTest::qWaitFor([&] {
-        output += m_scheduler.readAllStandardOutput();
-        return output.contains("serving '") || m_scheduler.state() == QProcess::NotRunning;
-    }, 10000);
-    return m_scheduler.state() == QProcess::Running;
-}
-
-// Without arguments: only sets the environment (for the scheduler too).
-void tst_Mail::StartAgent(QProcess& agent, const QStringList& arguments, const QString& password)
-{
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("XDG_DATA_HOME"), m_dir->filePath(QStringLiteral("home")));
-    environment.insert(QStringLiteral("BACKUPFRAME_SMTP_PASSWORD"), password);
-    agent.setProcessEnvironment(environment);
-    if (!arguments.isEmpty())
-        agent.start(QStringLiteral(AGENT_PATH), QStringList{"--server-name", m_serverName} + arguments);
-}
-
-Outcome tst_Mail::Agent(const QStringList& arguments, const QByteArray& input, const QString& password)
-{
-    QProcess agent;
-    StartAgent(agent, arguments, password);
-    agent.write(input);
-    agent.closeWriteChannel();
-    return finish(agent);
-}
-
-QStringList tst_Mail::MailSettings(quint16 port, const QString& kind)
-{
-    const bool auth = kind == QLatin1String("auth");
-    return {"--enable", "1", "--smtp-server", "127.0.0.1", "--smtp-port", QString::number(port), "--encryption",
-            auth ? "1" : "0", "--auth", auth ? "1" : "0", "--user", "user", "--sender", "backup@example.org",
-            "--recipients", "ops@example.org; Boss@Example.org,\tlog@example.org"};
-}
-
-QJsonObject tst_Mail::Mail(int number) const
-{
-    QFile file(m_dir->filePath(QStringLiteral("mails/%1.json").arg(number)));
-    (void)QTest::qWaitFor([&] { return file.exists(); }, 30000);
-    return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object() : QJsonObject();
-}
-
-int tst_Mail::LogCount(const QString& text) const
-{
-    QFile log(m_dir->filePath(QStringLiteral("data/log/scheduler.log")));
-    return log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()).count(text) : 0;
-}
 
 void tst_Mail::runMails_data()
 {
