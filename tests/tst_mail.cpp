@@ -1,6 +1,8 @@
 // The scheduler's notification mails end to end: a backupframe-scheduler process mails a real
 // SMTP server (tests/smtpserver.py on 127.0.0.1, which reads each message back with Python's
 // own e-mail parser), set up and tested through backupframe-agent.
+#include "mailsender.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -90,6 +92,7 @@ private slots:
     void badConfiguration();
     void settingsFileIsTheOwnersOnly_data();
     void settingsFileIsTheOwnersOnly();
+    void queueIsBoundedAndStopIsPrompt();
 
 private:
     // email: the [Email] lines of the service configuration; empty: the test CA.
@@ -333,6 +336,29 @@ void tst_Mail::settingsFileIsTheOwnersOnly()
     struct stat status = {};
     QCOMPARE(::stat(QFile::encodeName(file.fileName()).constData(), &status), 0);
     QCOMPARE(status.st_mode & 0777, 0600u);
+}
+
+// In-process: a hundred mails stuck on a silent server; the next is refused, and a stop ends all at once.
+void tst_Mail::queueIsBoundedAndStopIsPrompt()
+{
+    QTcpServer silent;
+    QVERIFY(silent.listen(QHostAddress::LocalHost));
+    MailSender sender(MailTransport{600, QString(), true});
+    QSignalSpy ended(&sender, &MailSender::ended);
+    OutgoingMail mail{{}, {"ops@example.org"}, "Subject: x\r\n\r\nx\r\n"};
+    mail.settings.setSmtpServerAddress("127.0.0.1");
+    mail.settings.setSmtpServerPort(silent.serverPort());
+    mail.settings.setMailSender("backup@example.org");
+    for (int i = 0; i < MailSender::MaxWaiting; ++i)
+        QVERIFY(sender.Send(mail) != 0);
+    QCOMPARE(sender.Send(mail), quint64(0));
+    QVERIFY(QTest::qWaitFor([&] { return silent.hasPendingConnections(); }, 10000));
+    QElapsedTimer clock;
+    clock.start();
+    sender.Stop();
+    QVERIFY2(clock.elapsed() < 5000, qPrintable(QString::number(clock.elapsed())));
+    QCOMPARE(ended.count(), MailSender::MaxWaiting);
+    QVERIFY(ended.first().at(1).toString().startsWith("the service stopped"));
 }
 
 QTEST_GUILESS_MAIN(tst_Mail)

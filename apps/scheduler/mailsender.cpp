@@ -155,6 +155,7 @@ MailSender::MailSender(const MailTransport& transport, QObject* parent)
 
 MailSender::~MailSender()
 {
+    blockSignals(true);   // whoever listened may be half destroyed by now
     Stop();
     curl_global_cleanup();
 }

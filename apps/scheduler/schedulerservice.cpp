@@ -366,7 +366,8 @@ quint64 SchedulerService::QueueMail(const EmailConfigAttribute& settings, const 
                                         QDateTime::currentDateTime());
     const quint64 ticket = m_mailer.Send(mail);
     if (ticket == 0) {
-        reason = QStringLiteral("%1 mails are already waiting to be sent").arg(MailSender::MaxWaiting);
+        reason = m_stopping ? QStringLiteral("the service is stopping")
+                            : QStringLiteral("%1 mails are already waiting to be sent").arg(MailSender::MaxWaiting);
         return 0;
     }
     m_mails.insert(ticket, qMakePair(subject, mail.recipients.join(QLatin1String(", "))));
