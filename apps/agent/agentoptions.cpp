@@ -96,7 +96,7 @@ QList<QCommandLineOption> optionList()
         valued("recipients", "email set: recipient addresses.", "text"),
         valued("smtp-server", "email set: SMTP server host.", "host"),
         valued("smtp-port", "email set: SMTP server port.", "port"),
-        valued("encryption", "email set: connection security kind (a number).", "n"),
+        valued("encryption", "email set: connection security: 0 none, 1 STARTTLS, 2 SMTPS (TLS from the start).", "n"),
         valued("auth", "email set: log in to the server (1) or not (0).", "0|1"),
         valued("user", "email set: SMTP login name.", "name"),
         valued("password", "email set: SMTP password (visible to ps: prefer --password-stdin or --password-env).", "text"),
