@@ -93,6 +93,19 @@ void configure(CURL* curl, const OutgoingMail& mail, const MailTransport& transp
         curl_easy_setopt(curl, CURLOPT_CAINFO, QFile::encodeName(transport.caFile).constData());
 }
 
+void attachCallbacks(CURL* curl, Transfer& transfer, char* detail)
+{
+    curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, detail);
+    curl_easy_setopt(curl, CURLOPT_READFUNCTION, &readMessage);
+    curl_easy_setopt(curl, CURLOPT_READDATA, &transfer);
+    curl_easy_setopt(curl, CURLOPT_VERBOSE, 1L);   // feeds watchTraffic, which prints nothing
+    curl_easy_setopt(curl, CURLOPT_DEBUGFUNCTION, &watchTraffic);
+    curl_easy_setopt(curl, CURLOPT_DEBUGDATA, &transfer);
+    curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
+    curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, &checkAbort);
+    curl_easy_setopt(curl, CURLOPT_XFERINFODATA, &transfer);
+}
+
 // One whole SMTP send; empty on success, else libcurl's error with the server's last reply.
 QString sendMail(const OutgoingMail& mail, const MailTransport& transport, const std::atomic<bool>& abort)
 {
@@ -118,15 +131,7 @@ QString sendMail(const OutgoingMail& mail, const MailTransport& transport, const
     transfer.message = mail.message;
     transfer.abort = &abort;
     char detail[CURL_ERROR_SIZE] = {};
-    curl_easy_setopt(curl.get(), CURLOPT_ERRORBUFFER, detail);
-    curl_easy_setopt(curl.get(), CURLOPT_READFUNCTION, &readMessage);
-    curl_easy_setopt(curl.get(), CURLOPT_READDATA, &transfer);
-    curl_easy_setopt(curl.get(), CURLOPT_VERBOSE, 1L);   // feeds watchTraffic, which prints nothing
-    curl_easy_setopt(curl.get(), CURLOPT_DEBUGFUNCTION, &watchTraffic);
-    curl_easy_setopt(curl.get(), CURLOPT_DEBUGDATA, &transfer);
-    curl_easy_setopt(curl.get(), CURLOPT_NOPROGRESS, 0L);
-    curl_easy_setopt(curl.get(), CURLOPT_XFERINFOFUNCTION, &checkAbort);
-    curl_easy_setopt(curl.get(), CURLOPT_XFERINFODATA, &transfer);
+    attachCallbacks(curl.get(), transfer, detail);
 
     const CURLcode code = curl_easy_perform(curl.get());
     if (code == CURLE_OK)
