@@ -3,7 +3,7 @@
 # Costs one dpkg query when everything is already present.
 set -euo pipefail
 
-packages=(qtbase5-dev libqt5sql5-sqlite liblog4cpp5-dev cmake g++ make pkg-config sqlite3 tzdata libzip-dev unzip)
+packages=(qtbase5-dev libqt5sql5-sqlite liblog4cpp5-dev cmake g++ make pkg-config sqlite3 tzdata libzip-dev unzip libcurl4-openssl-dev python3-aiosmtpd)
 
 missing=()
 for p in "${packages[@]}"; do

@@ -14,6 +14,7 @@
 #include <QString>
 #include <QTextStream>
 
+#include <functional>
 #include <memory>
 
 // The agent's exit codes.
@@ -74,6 +75,9 @@ private:
     int Email();
     int EmailShow();
     int EmailSet();
+    int EmailTest();
+    // The changes the e-mail options ask for, checked; 0 or the usage error's exit code.
+    int EmailChanges(QList<std::function<void(EmailConfigAttribute&)>>& changes);
 
     // Opens the session on first use; 0, or 3 after printing why nobody answers.
     int OpenSession();

@@ -48,8 +48,8 @@ QList<CommandShape> shapes()
             {text("journals"), 0, 1, {}, text("journals [PLAN]"), text("list the journals, all or of one plan")},
             {text("journal-delete"), 0, -1, {text("all")}, text("journal-delete JOURNAL...|--all"),
              text("delete journals")},
-            {text("email"), 1, 1, AgentOptions::EmailOptionNames(), text("email show|set [e-mail options]"),
-             text("show or change the e-mail notification settings")},
+            {text("email"), 1, 1, AgentOptions::EmailOptionNames(), text("email show|set|test [e-mail options]"),
+             text("show or change the e-mail notification settings, or send a test mail (options: for this test only)")},
             {text("help"), 0, 1, {}, text("help [COMMAND]"), text("this help, or the usage of one command")}};
 }
 
@@ -105,10 +105,12 @@ QList<QCommandLineOption> optionList()
         valued("recipients", "email set: recipient addresses.", "text"),
         valued("smtp-server", "email set: SMTP server host.", "host"),
         valued("smtp-port", "email set: SMTP server port.", "port"),
-        valued("encryption", "email set: connection security kind (a number).", "n"),
+        valued("encryption", "email set: connection security: 0 none, 1 STARTTLS, 2 SMTPS (TLS from the start).", "n"),
         valued("auth", "email set: log in to the server (1) or not (0).", "0|1"),
         valued("user", "email set: SMTP login name.", "name"),
-        valued("password", "email set: SMTP password.", "text"),
+        valued("password", "email set: SMTP password (visible to ps: prefer --password-stdin or --password-env).", "text"),
+        flag("password-stdin", "email set/test: read the SMTP password from the first line of standard input."),
+        flag("password-env", "email set/test: take the SMTP password from BACKUPFRAME_SMTP_PASSWORD."),
         valued("sender", "email set: sender address.", "address"),
         valued("subject", "email set: subject line.", "text"),
         valued("on-success", "email set: mail when an operation succeeds (1) or not (0).", "0|1"),
@@ -146,7 +148,8 @@ QStringList AgentOptions::EmailOptionNames()
     return {QStringLiteral("enable"),   QStringLiteral("recipients"), QStringLiteral("smtp-server"),
             QStringLiteral("smtp-port"), QStringLiteral("encryption"), QStringLiteral("auth"),
             QStringLiteral("user"),     QStringLiteral("password"),   QStringLiteral("sender"),
-            QStringLiteral("subject"),  QStringLiteral("on-success"), QStringLiteral("on-failure")};
+            QStringLiteral("subject"),  QStringLiteral("on-success"), QStringLiteral("on-failure"),
+            QStringLiteral("password-stdin"), QStringLiteral("password-env")};
 }
 
 AgentOptions::Outcome AgentOptions::Parse(const QStringList& arguments)

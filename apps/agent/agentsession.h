@@ -30,6 +30,8 @@ public:
     // Sends one request and waits for its answer; false (see Error) when none came in time.
     bool Call(quint64 type, const QString& planUuid, const QString& planName, const QByteArray& payload,
               ResultCommand& answer);
+    // How long each later Call waits for its answer.
+    void SetTimeoutMs(int timeoutMs) { m_timeoutMs = timeoutMs; }
     // Stops the worker thread and the dispatch; called by the destructor too.
     void Close();
 
@@ -57,8 +59,6 @@ public:
     // Whether the last Call failed because its answer did not come in time (it was sent).
     bool AnswerTimedOut() const { return m_answerTimedOut; }
     QString EndpointText() const;
-    // How long Call waits for an answer from now on.
-    void SetTimeoutMs(int ms) { m_timeoutMs = ms; }
 
 signals:
     void progressed();

@@ -4,7 +4,7 @@
 //                     COMMAND [ARGUMENTS] [OPTIONS]
 //
 // Commands: status, plans, show, new, edit, delete, run, cancel, journals, journal-delete,
-// email show|set, help [COMMAND] (--help lists their arguments and options, 'help COMMAND'
+// email show|set|test, help [COMMAND] (--help lists their arguments and options, 'help COMMAND'
 // those of one; --version prints the version). Each run opens one
 // connection, sends its requests one at a time and waits at most --timeout seconds
 // (default 5) for the connection and for each answer.

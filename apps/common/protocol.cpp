@@ -29,6 +29,7 @@ QString ErrorText(quint64 resultCode)
     case SettingsFailed: return QStringLiteral("settings could not be saved");
     case InvalidTrigger: return QStringLiteral("the trigger is not valid");
     case BadParameter: return QStringLiteral("the operation's parameter is not valid");
+    case MailFailed: return QStringLiteral("the mail could not be sent");
     case PlanExists: return QStringLiteral("a plan with that uuid exists");
     case NotSupported: return QStringLiteral("not supported");
     case WriteFailed: return QStringLiteral("the file could not be written");

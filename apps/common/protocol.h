@@ -35,6 +35,7 @@ enum ErrorNumber : quint32 {
     SettingsFailed = 8,     // the e-mail settings file could not be written
     InvalidTrigger = 9,     // the trigger is not one the scheduler can fire
     BadParameter = 10,      // the operation's parameter block is not valid for it
+    MailFailed = 11,        // the test mail could not be sent (the reason says why)
     PlanExists = 12,        // an import names a plan uuid that is stored already
     NotSupported = 13,      // a custom command: this scheduler serves none
     WriteFailed = 14        // a file the request asked for could not be written

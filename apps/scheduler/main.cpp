@@ -179,6 +179,9 @@ int main(int argc, char* argv[])
         settings.emailFile = QDir(dataDir).filePath(QStringLiteral("email.ini"));
         settings.dataDir = dataDir;
         settings.configFile = configFile;
+        settings.mail.timeoutSeconds = config.mailTimeoutSeconds;
+        settings.mail.caFile = config.mailCaFile;
+        settings.mail.verifyCertificate = config.mailVerifyCertificate;
         const Clock clock;
         SchedulerService service(database, settings, clock);
         RequestHandler handler(service);

@@ -17,6 +17,7 @@ RequestHandler::RequestHandler(SchedulerService& service, QObject* parent)
     , m_channels(service)
 {
     connect(&m_service, &SchedulerService::runFinished, this, &RequestHandler::onRunFinished);
+    connect(&m_service, &SchedulerService::mailEnded, this, &RequestHandler::onMailEnded);
 }
 
 RequestHandler::~RequestHandler()
@@ -99,6 +100,7 @@ RequestHandler::ErrorNumber RequestHandler::Handle(RequestCommand& request, Resu
     case DeleteAllJournalType: return m_service.DeleteAllJournals();
     case EmailConfigUpdateType: return EmailConfigUpdate(request);
     case LoadEmailConfigType: return LoadEmailConfig(result);
+    case EmailMessageTestType: return EmailMessageTest(request, deferKey);
     case LoadOperationsType: return LoadOperations(result);
     case LoadBackupsType: return LoadBackups(uuid, deferKey);
     case AddOperationType: return AddOperation(request, result);
@@ -203,6 +205,35 @@ RequestHandler::ErrorNumber RequestHandler::LoadEmailConfig(ResultCommand& resul
     data.setEmailConfigAttribute(m_service.Email());
     result.setResultData(EncodePayload(data));
     return NoError;
+}
+
+RequestHandler::ErrorNumber RequestHandler::EmailMessageTest(const RequestCommand& request, QString& deferKey)
+{
+    RequestEmailConfigUpdateData data;
+    const bool given = !request.getRequestData().isEmpty();
+    if (given && !DecodePayload(request.getRequestData(), data))
+        return BadPayload;
+    const EmailConfigAttribute settings = data.getEmailConfigAttribute();
+    const quint64 ticket = m_service.SendTestMail(given ? &settings : nullptr, m_reason);
+    if (ticket == 0)
+        return MailFailed;
+    deferKey = QStringLiteral("mail:%1").arg(ticket);
+    return NoError;
+}
+
+void RequestHandler::onMailEnded(quint64 ticket, const QString& error, const QString& to)
+{
+    const QString key = QStringLiteral("mail:%1").arg(ticket);
+    const QList<PendingAnswer> waiting = m_deferred.value(key);
+    if (error.isEmpty())
+        Complete(key, NoError, ReasonPayload(QStringLiteral("Test mail sent to %1.").arg(to)));
+    else
+        Complete(key, MailFailed, ReasonPayload(error));
+    // A send cut short by the service's stop ends after the event loop: write the answer out now.
+    for (const PendingAnswer& answer : waiting) {
+        if (m_service.Stopping() && answer.socket)
+            answer.socket->waitForBytesWritten(500);
+    }
 }
 
 RequestHandler::ErrorNumber RequestHandler::LoadOperations(ResultCommand& result)

@@ -34,6 +34,7 @@ public:
 private slots:
     void onIncomingBlockData(quint64 commtype, QIODevice* psocket, QByteArray bytes);
     void onRunFinished(const QString& planUuid, quint64 outcome);
+    void onMailEnded(quint64 ticket, const QString& error, const QString& to);
 
 private:
     using ErrorNumber = SchedulerProtocol::ErrorNumber;
@@ -57,6 +58,8 @@ private:
     ErrorNumber DeleteSelectJournal(const RequestCommand& request);
     ErrorNumber EmailConfigUpdate(const RequestCommand& request);
     ErrorNumber LoadEmailConfig(ResultCommand& result);
+    // Answered once the mail went or failed (deferred under "mail:<ticket>").
+    ErrorNumber EmailMessageTest(const RequestCommand& request, QString& deferKey);
     ErrorNumber LoadOperations(ResultCommand& result);
     ErrorNumber AddOperation(const RequestCommand& request, ResultCommand& result);
     ErrorNumber SingleOperationNew(const RequestCommand& request, ResultCommand& result);

@@ -1,8 +1,10 @@
 #include "schedulerservice.h"
 
+#include "mailmessage.h"
 #include "servicelog.h"
 #include "triggerschedule.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QUuid>
 
@@ -34,7 +36,9 @@ SchedulerService::SchedulerService(SchedulerDatabase& database, const Settings& 
     , m_operations(OperationRegistry::WithBuiltIns())
     , m_runs(m_store, m_operations, settings.parallelRuns)
     , m_triggers(clock)
+    , m_mailer(settings.mail)
 {
+    SecureEmailFile(false);
     m_email.Init(settings.emailFile);
     m_email.ReadConfig();
     connect(&m_triggers, &TriggerScheduler::due, this, &SchedulerService::onDue);
@@ -44,6 +48,8 @@ SchedulerService::SchedulerService(SchedulerDatabase& database, const Settings& 
     connect(&m_runs, &RunController::runStarted, this, &SchedulerService::runStarted);
     connect(&m_runs, &RunController::runProgressed, this, &SchedulerService::runProgressed);
     connect(&m_runs, &RunController::journalAdded, this, &SchedulerService::journalAdded);
+    connect(this, &SchedulerService::journalAdded, this, &SchedulerService::MailJournal);
+    connect(&m_mailer, &MailSender::ended, this, &SchedulerService::onMailEnded);
 }
 
 bool SchedulerService::Start()
@@ -65,7 +71,9 @@ bool SchedulerService::Start()
 
 void SchedulerService::Stop()
 {
+    m_stopping = true;
     m_runs.Shutdown();
+    m_mailer.Stop();   // a slow mail server must not hold up the stop
     ServiceLog::Info(QStringLiteral("Scheduler stopped."));
 }
 
@@ -440,7 +448,72 @@ SchedulerService::ErrorNumber SchedulerService::UpdateEmail(const EmailConfigAtt
     const bool writable = file.exists() ? file.isWritable() : QFileInfo(file.absolutePath()).isWritable();
     if (!writable)
         return SettingsFailed;
+    SecureEmailFile(true);
     m_email.SetConfigAttribute(settings);
     m_email.WriteConfig();
+    SecureEmailFile(false);
     return NoError;
+}
+
+// The settings hold the SMTP password: the file is its owner's alone, from its creation on.
+void SchedulerService::SecureEmailFile(bool create) const
+{
+    QFile file(m_settings.emailFile);
+    if (m_settings.emailFile.isEmpty() || (!create && !file.exists()))
+        return;
+    if (!file.exists() && file.open(QIODevice::WriteOnly))
+        file.close();
+    if (!file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner))
+        ServiceLog::Warn(QStringLiteral("The e-mail settings file %1 could not be made readable by its owner only.")
+                             .arg(m_settings.emailFile));
+}
+
+void SchedulerService::MailJournal(const JournalAttribute& journal)
+{
+    const QString result = journal.getResult();
+    const bool wanted = result == OutcomeText(Succeeded) ? m_email.getOperationSuccessful() != 0
+        : result == OutcomeText(Failed) || result == OutcomeText(Interrupted) ? m_email.getOperationFailure() != 0
+                                                                              : false;
+    if (!m_email.getEnableEmailNotification() || !wanted)
+        return;
+    QString reason;
+    const QString subject = MailMessage::RunSubject(journal, m_email.getMailSubject());
+    if (!QueueMail(m_email, subject, MailMessage::RunBody(journal), reason))
+        ServiceLog::Warn(QStringLiteral("Mail not sent: \"%1\" to %2: %3.")
+                             .arg(subject, m_email.getMailRecipients().simplified(), reason));
+}
+
+quint64 SchedulerService::SendTestMail(const EmailConfigAttribute* settings, QString& reason)
+{
+    const EmailConfigAttribute& chosen = settings ? *settings : m_email;
+    return QueueMail(chosen, MailMessage::TestSubject(chosen.getMailSubject()), MailMessage::TestBody(chosen), reason);
+}
+
+quint64 SchedulerService::QueueMail(const EmailConfigAttribute& settings, const QString& subject,
+                                    const QString& body, QString& reason)
+{
+    reason = MailSender::Check(settings);
+    if (!reason.isEmpty())
+        return 0;
+    OutgoingMail mail{settings, MailMessage::Recipients(settings.getMailRecipients()), QByteArray()};
+    mail.message = MailMessage::Compose(settings.getMailSender().trimmed(), mail.recipients, subject, body,
+                                        QDateTime::currentDateTime());
+    const quint64 ticket = m_mailer.Send(mail);
+    if (ticket == 0) {
+        reason = m_stopping ? QStringLiteral("the service is stopping")
+                            : QStringLiteral("%1 mails are already waiting to be sent").arg(MailSender::MaxWaiting);
+        return 0;
+    }
+    m_mails.insert(ticket, qMakePair(subject, mail.recipients.join(QLatin1String(", "))));
+    return ticket;
+}
+
+void SchedulerService::onMailEnded(quint64 ticket, const QString& error)
+{
+    const QPair<QString, QString> mail = m_mails.take(ticket);
+    if (error.isEmpty())
+        ServiceLog::Info(QStringLiteral("Mail sent: \"%1\" to %2.").arg(mail.first, mail.second));
+    else
+        ServiceLog::Warn(QStringLiteral("Mail not sent: \"%1\" to %2: %3.").arg(mail.first, mail.second, error));
+    emit mailEnded(ticket, error, mail.second);
 }

@@ -1,6 +1,7 @@
 #ifndef BACKUPFRAME_SCHEDULER_SCHEDULERSERVICE_H
 #define BACKUPFRAME_SCHEDULER_SCHEDULERSERVICE_H
 
+#include "mailsender.h"
 #include "operationregistry.h"
 #include "planstore.h"
 #include "protocol.h"
@@ -9,7 +10,9 @@
 
 #include <backupframe.h>
 
+#include <QHash>
 #include <QObject>
+#include <QPair>
 
 // What the service does with plans, runs, journals and e-mail settings, whoever asks:
 // the plan store, the run queue and the trigger timer put together. Plans fire by
@@ -28,9 +31,10 @@ public:
         int parallelRuns = 1;   // /Operation/operation_execute_type
         int journalKeepDays = 0;         // journals older than this are pruned after a run; 0: none
         int journalKeepPerPlan = 1000;   // a plan keeps its newest this many; 0: all
-        QString emailFile;
-        QString dataDir;      // for the support bundle: its logs
-        QString configFile;   // for the support bundle
+        QString emailFile;      // kept readable by its owner only: it holds the SMTP password
+        MailTransport mail;
+        QString dataDir;        // for the support bundle: its logs
+        QString configFile;     // for the support bundle
     };
 
     SchedulerService(SchedulerDatabase& database, const Settings& settings, const Clock& clock,
@@ -39,8 +43,9 @@ public:
     // Loads the plans, journals the runs that were in progress when the service ended, applies
     // the missed-occurrence rule and arms the trigger timer. False when the database refuses.
     bool Start();
-    // Interrupts every run (journaled) and stops firing.
+    // Interrupts every run (journaled), aborts the mails still going and stops firing.
     void Stop();
+    bool Stopping() const { return m_stopping; }
 
     using ErrorNumber = SchedulerProtocol::ErrorNumber;
     // A refused task or trigger leaves in reason what is wrong and what is expected.
@@ -72,6 +77,9 @@ public:
     ErrorNumber DeleteAllJournals();
     ErrorNumber UpdateEmail(const EmailConfigAttribute& settings);
     EmailConfigAttribute Email() const { return m_email; }
+    // Queues a test mail with settings (the stored ones when null); 0 with the reason when it
+    // cannot go, else the ticket that mailEnded names.
+    quint64 SendTestMail(const EmailConfigAttribute* settings, QString& reason);
 
     const PlanStore& Store() const { return m_store; }
     bool IsBusy(const QString& planUuid) const { return m_runs.IsBusy(planUuid); }
@@ -89,6 +97,8 @@ signals:
     void journalAdded(const JournalAttribute& journal);
     void journalsDeleted();
     void runFinished(const QString& planUuid, quint64 outcome);
+    // A mail queued by SendTestMail went (error empty) or did not; to: its recipients.
+    void mailEnded(quint64 ticket, const QString& error, const QString& to);
 
 private:
     ErrorNumber CheckTask(const TaskAttribute& task, const TriggerAttribute& trigger, QString& reason) const;
@@ -101,6 +111,12 @@ private:
     void Reschedule(const QString& planUuid, const QDateTime& after, bool announce = true);
     void onDue(const QString& planUuid, const QDateTime& instant);
     void PruneJournals(const QString& planUuid);
+    // One mail per finished run when the stored settings ask for it.
+    void MailJournal(const JournalAttribute& journal);
+    quint64 QueueMail(const EmailConfigAttribute& settings, const QString& subject, const QString& body,
+                      QString& reason);
+    void onMailEnded(quint64 ticket, const QString& error);
+    void SecureEmailFile(bool create) const;
 
     PlanStore m_store;
     const Settings m_settings;
@@ -109,6 +125,9 @@ private:
     RunController m_runs;
     TriggerScheduler m_triggers;
     EmailConfigReaderWriter m_email;
+    MailSender m_mailer;
+    bool m_stopping = false;
+    QHash<quint64, QPair<QString, QString>> m_mails;   // ticket -> subject and recipients, for the log
 };
 
 #endif

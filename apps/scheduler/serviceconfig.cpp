@@ -1,5 +1,6 @@
 #include "serviceconfig.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QSettings>
 
@@ -42,18 +43,31 @@ bool ServiceConfig::Load(const QString& file, QString& error)
     }
     qint64 port = tcpPort, code = tcpCode, missed = missedRule, parallel = parallelRuns;
     qint64 keepDays = journalKeepDays, keepPerPlan = journalKeepPerPlan;
+    qint64 mailTimeout = mailTimeoutSeconds, verify = mailVerifyCertificate ? 1 : 0;
     if (!Number(settings, "/Network/tcp_server_port", 1, 65535, port, error)
         || !Number(settings, "/Network/tcp_server_code", 0, 65535, code, error)
         || !Number(settings, "/TriggerFire/date_time_fire_type", 0, 2, missed, error)
         || !Number(settings, "/Operation/operation_execute_type", 1, 16, parallel, error)
         || !Number(settings, "/Journals/keep_days", 0, 36500, keepDays, error)
-        || !Number(settings, "/Journals/keep_per_plan", 0, 1000000, keepPerPlan, error))
+        || !Number(settings, "/Journals/keep_per_plan", 0, 1000000, keepPerPlan, error)
+        || !Number(settings, "/Email/timeout_seconds", 1, 600, mailTimeout, error)
+        || !Number(settings, "/Email/verify_certificate", 0, 1, verify, error))
         return false;
+    const QString caKey = QStringLiteral("/Email/ca_file");
+    mailCaFile = settings.value(caKey, mailCaFile).toString().trimmed();
+    if (!mailCaFile.isEmpty())   // a relative path is taken from the configuration file's folder
+        mailCaFile = QFileInfo(QFileInfo(file).absoluteDir(), mailCaFile).absoluteFilePath();
+    if (!mailCaFile.isEmpty() && !(QFileInfo(mailCaFile).isFile() && QFileInfo(mailCaFile).isReadable())) {
+        error = QStringLiteral("%1: Email/ca_file = '%2' is not a readable file").arg(file, mailCaFile);
+        return false;
+    }
     tcpPort = static_cast<quint16>(port);
     tcpCode = static_cast<quint16>(code);
     missedRule = static_cast<int>(missed);
     parallelRuns = static_cast<int>(parallel);
     journalKeepDays = static_cast<int>(keepDays);
     journalKeepPerPlan = static_cast<int>(keepPerPlan);
+    mailTimeoutSeconds = static_cast<int>(mailTimeout);
+    mailVerifyCertificate = verify != 0;
     return true;
 }

@@ -19,6 +19,9 @@ public:
     int parallelRuns = 1;   // /Operation/operation_execute_type: runs at once, 1 to 16
     int journalKeepDays = 0;        // /Journals/keep_days: older journals are pruned; 0 keeps all
     int journalKeepPerPlan = 1000;  // /Journals/keep_per_plan: a plan's newest ones kept; 0 keeps all
+    int mailTimeoutSeconds = 30;    // /Email/timeout_seconds: connect and whole-send limit, 1 to 600
+    QString mailCaFile;             // /Email/ca_file: CA bundle for the server's certificate; empty: the system's
+    bool mailVerifyCertificate = true;   // /Email/verify_certificate: 0 or 1
 
 private:
     bool Number(const class QSettings& settings, const char* key, qint64 min, qint64 max, qint64& value,
