@@ -786,6 +786,7 @@ void tst_Apps::everyNamedRequestIsServed_data()
     const QByteArray none;
     using P = SchedulerProtocol::ErrorNumber;
 
+    QTest::newRow("RequestCommand, a ping") << quint64(RequestCommandType) << none << false << 0 << "";
     QTest::newRow("LoadSchedulers") << quint64(LoadSchedulersType) << none << false << 0 << "plans";
     QTest::newRow("LoadJournals") << quint64(LoadJournalsType) << none << true << 0 << "journals";
     QTest::newRow("FlushSchedulers reloads the plans") << quint64(FlushSchedulersType) << none << false << 0 << "plans";
@@ -795,6 +796,10 @@ void tst_Apps::everyNamedRequestIsServed_data()
     QTest::newRow("CancelOperation of an idle plan") << quint64(CancelOperationType) << none << true
                                                      << int(P::PlanNotRunning) << "";
     QTest::newRow("DeleteOperatio") << quint64(DeleteOperationType) << none << true << 0 << "";
+    SchedulerPlanData edit;
+    edit.getRfrnSchedulerPlan().setTaskAttribute(task.getTaskAttribute());
+    QTest::newRow("EditOperation") << quint64(EditOperationType) << SchedulerProtocol::EncodePayload(edit) << true << 0
+                                   << "plan";
     QTest::newRow("AddOperation of a new plan") << quint64(AddOperationType)
                                                 << SchedulerProtocol::EncodePayload(imported) << false << 0 << "plan";
     QTest::newRow("TriggerExecute fires the plan now") << quint64(TriggerExecuteType) << none << true << 0 << "trigger";

@@ -101,6 +101,7 @@ RequestHandler::ErrorNumber RequestHandler::Handle(RequestCommand& request, Resu
     case EmailConfigUpdateType: return EmailConfigUpdate(request);
     case LoadEmailConfigType: return LoadEmailConfig(result);
     case EmailMessageTestType: return EmailMessageTest(request, deferKey);
+    case RequestCommandType: return NoError;   // the plain request: a ping
     case LoadOperationsType: return LoadOperations(result);
     case LoadBackupsType: return LoadBackups(uuid, deferKey);
     case AddOperationType: return AddOperation(request, result);
