@@ -75,6 +75,11 @@ diff -r "$data_dir/documents" "$data_dir/backup" && echo "the backup equals the 
 say "the journal of 'Documents backup'"
 agent journals "Documents backup"
 
+say "restoring one file of the backup, and checking the backup against the folder"
+agent restore "Documents backup" --path notes.txt --to "$data_dir/restored" --wait
+cmp "$data_dir/documents/notes.txt" "$data_dir/restored/notes.txt" && echo "notes.txt came back as it was"
+agent verify "Documents backup" --wait
+
 say "deleting 'Photos weekly'"
 agent delete "Photos weekly"
 

@@ -56,6 +56,14 @@ private:
     int CancelPlan();
     int Operations();
     int RunOnce();
+    // Runs an operation once (no plan) and, with --wait or --follow, follows it to its journal.
+    int StartOnce(const QString& operation, const QByteArray& parameter, const QString& name);
+    int Backups();
+    int Restore();
+    int Verify();
+    // What the plan has written (oldest first), and the one --from names or else the newest.
+    int LoadBackups(const SchedulerPlan& plan, QList<QStringList>& backups);
+    int ChooseBackup(const SchedulerPlan& plan, QStringList& chosen);
     int CancelOnce();
     int DeleteOnce();
     int ExportPlans();

@@ -292,15 +292,19 @@ int AgentCommands::OnInterrupt(const SchedulerPlan& plan)
 int AgentCommands::RunOnce()
 {
     const QStringList arguments = m_options.Arguments();
+    return StartOnce(arguments[0], arguments.value(1).toUtf8(), m_options.Value(QStringLiteral("name")));
+}
+
+int AgentCommands::StartOnce(const QString& operation, const QByteArray& parameter, const QString& name)
+{
     const bool wait = m_options.IsSet(QStringLiteral("wait"));
     const bool follow = m_options.IsSet(QStringLiteral("follow"));
     if (wait && follow)
         return Usage(QStringLiteral("--wait and --follow do not go together"));
     RequestNewOperationData data;
-    data.getObjectTaskAttribute().setOperationRegisterName(arguments[0]);
-    if (arguments.size() > 1)
-        data.getObjectTaskAttribute().setOperationParameter(arguments[1].toUtf8());
-    const QString what = QStringLiteral("run '%1' once").arg(arguments[0]);
+    data.getObjectTaskAttribute().setOperationRegisterName(operation);
+    data.getObjectTaskAttribute().setOperationParameter(parameter);
+    const QString what = QStringLiteral("run '%1' once").arg(operation);
     bool interrupted = false;
     std::unique_ptr<InterruptWatch> interrupts;
     if (wait || follow) {
@@ -311,8 +315,7 @@ int AgentCommands::RunOnce()
             return NoAnswer(m_session->Error());
     }
     QByteArray bytes;
-    if (const int code = Call(SingleOperationNewType, QString(), m_options.Value(QStringLiteral("name")),
-                              EncodePayload(data), what, &bytes))
+    if (const int code = Call(SingleOperationNewType, QString(), name, EncodePayload(data), what, &bytes))
         return code;
     SchedulerPlanData started;
     if (const int code = Decode(bytes, started, what))
