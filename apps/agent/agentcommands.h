@@ -66,6 +66,8 @@ private:
     int ChooseBackup(const SchedulerPlan& plan, QStringList& chosen);
     int CancelOnce();
     int DeleteOnce();
+    // A request about a one-off run named by the argument; prints "<done> <uuid>".
+    int OnceRequest(quint64 type, const QString& verb, const QString& done);
     int ExportPlans();
     int ImportPlans();
     int SupportBundle();

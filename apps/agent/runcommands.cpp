@@ -343,27 +343,23 @@ static QString runUuid(const QString& key)
 
 int AgentCommands::CancelOnce()
 {
-    const QString uuid = runUuid(m_options.Arguments().first());
-    if (const int code = Call(SingleOperationCancelType, uuid, QString(), QByteArray(),
-                              QStringLiteral("cancel the one-off run %1").arg(uuid)))
-        return code;
-    if (m_options.Json())
-        PrintJson(QJsonObject{{QStringLiteral("cancelled"), uuid}});
-    else
-        m_out << "cancelled " << uuid << "\n";
-    return ExitOk;
+    return OnceRequest(SingleOperationCancelType, QStringLiteral("cancel"), QStringLiteral("cancelled"));
 }
 
 int AgentCommands::DeleteOnce()
 {
+    return OnceRequest(SingleOperationDeleteType, QStringLiteral("delete"), QStringLiteral("deleted"));
+}
+
+int AgentCommands::OnceRequest(quint64 type, const QString& verb, const QString& done)
+{
     const QString uuid = runUuid(m_options.Arguments().first());
-    if (const int code = Call(SingleOperationDeleteType, uuid, QString(), QByteArray(),
-                              QStringLiteral("delete the one-off run %1").arg(uuid)))
+    if (const int code = Call(type, uuid, QString(), QByteArray(), QStringLiteral("%1 the one-off run %2").arg(verb, uuid)))
         return code;
     if (m_options.Json())
-        PrintJson(QJsonObject{{QStringLiteral("deleted"), uuid}});
+        PrintJson(QJsonObject{{done, uuid}});
     else
-        m_out << "deleted " << uuid << "\n";
+        m_out << done << " " << uuid << "\n";
     return ExitOk;
 }
 

@@ -159,16 +159,24 @@ RequestHandler::ErrorNumber RequestHandler::LoadJournals(const RequestCommand& r
     return NoError;
 }
 
-RequestHandler::ErrorNumber RequestHandler::NewOperation(const RequestCommand& request, ResultCommand& result)
+template <typename Record, typename Make>
+RequestHandler::ErrorNumber RequestHandler::MakePlan(const RequestCommand& request, ResultCommand& result, Make make)
 {
-    RequestNewOperationData data;
+    Record data;
     if (!DecodePayload(request.getRequestData(), data))
         return BadPayload;
     QString uuid;
-    const ErrorNumber error = m_service.CreatePlan(request.getPlanName(), data, uuid, &m_reason);
+    const ErrorNumber error = make(data, uuid);
     if (error == NoError)
         result.setPlanUuid(uuid);
     return WithPlan(error, uuid, result);
+}
+
+RequestHandler::ErrorNumber RequestHandler::NewOperation(const RequestCommand& request, ResultCommand& result)
+{
+    return MakePlan<RequestNewOperationData>(request, result, [&](const RequestNewOperationData& data, QString& uuid) {
+        return m_service.CreatePlan(request.getPlanName(), data, uuid, &m_reason);
+    });
 }
 
 RequestHandler::ErrorNumber RequestHandler::EditOperation(const RequestCommand& request, ResultCommand& result)
@@ -251,26 +259,16 @@ RequestHandler::ErrorNumber RequestHandler::LoadOperations(ResultCommand& result
 
 RequestHandler::ErrorNumber RequestHandler::AddOperation(const RequestCommand& request, ResultCommand& result)
 {
-    SchedulerPlanData data;
-    if (!DecodePayload(request.getRequestData(), data))
-        return BadPayload;
-    QString uuid;
-    const ErrorNumber error = m_service.AddPlan(data.getRfrnSchedulerPlan(), uuid, &m_reason);
-    if (error == NoError)
-        result.setPlanUuid(uuid);
-    return WithPlan(error, uuid, result);
+    return MakePlan<SchedulerPlanData>(request, result, [&](SchedulerPlanData& data, QString& uuid) {
+        return m_service.AddPlan(data.getRfrnSchedulerPlan(), uuid, &m_reason);
+    });
 }
 
 RequestHandler::ErrorNumber RequestHandler::SingleOperationNew(const RequestCommand& request, ResultCommand& result)
 {
-    RequestNewOperationData data;
-    if (!DecodePayload(request.getRequestData(), data))
-        return BadPayload;
-    QString uuid;
-    const ErrorNumber error = m_service.RunOnce(request.getPlanName(), data.getTaskAttribute(), uuid, &m_reason);
-    if (error == NoError)
-        result.setPlanUuid(uuid);
-    return WithPlan(error, uuid, result);
+    return MakePlan<RequestNewOperationData>(request, result, [&](const RequestNewOperationData& data, QString& uuid) {
+        return m_service.RunOnce(request.getPlanName(), data.getTaskAttribute(), uuid, &m_reason);
+    });
 }
 
 RequestHandler::ErrorNumber RequestHandler::Minizip(const RequestCommand& request, QString& deferKey)

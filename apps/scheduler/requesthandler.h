@@ -53,6 +53,10 @@ private:
     void Complete(const QString& key, ErrorNumber error, const QByteArray& data);
     ErrorNumber LoadSchedulers(ResultCommand& result);
     ErrorNumber LoadJournals(const RequestCommand& request, ResultCommand& result);
+    // Decodes the request's Record, lets make store or start something under a new uuid, and
+    // answers with it as a plan.
+    template <typename Record, typename Make>
+    ErrorNumber MakePlan(const RequestCommand& request, ResultCommand& result, Make make);
     ErrorNumber NewOperation(const RequestCommand& request, ResultCommand& result);
     ErrorNumber EditOperation(const RequestCommand& request, ResultCommand& result);
     ErrorNumber DeleteSelectJournal(const RequestCommand& request);
