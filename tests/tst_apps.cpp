@@ -20,6 +20,7 @@
 #include <QSqlQuery>
 #include <QSqlRecord>
 #include <QTcpServer>
+#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QtEndian>
 #include <QtTest>
@@ -930,11 +931,34 @@ void tst_Apps::tcpTransport()
 
     StopScheduler(m_scheduler);
     QVERIFY(StartScheduler(m_scheduler, m_dataDir, {"--config", config, "--tcp"}));
-    const AgentRun created = Agent({"--tcp", "--config", config, "new", "remote", "noop"});
+    // The secret is its owner's alone; with it the agent is served over TCP.
+    const QString secret = QDir(m_dataDir).filePath(QStringLiteral("tcp.secret"));
+    QCOMPARE(QFileInfo(secret).permissions() & 0x0777, QFileDevice::ReadUser | QFileDevice::WriteUser);
+    const QStringList tcp{"--tcp", "--config", config, "--secret-file", secret};
+    const AgentRun created = Agent(tcp + QStringList{"new", "remote", "noop"});
     QCOMPARE(created.code, 0);
     const QJsonArray plans = AgentJson({"plans"}).array();   // over the local socket
     QCOMPARE(plans.size(), 1);
     QCOMPARE(plans[0].toObject().value("uuid").toString(), created.out.trimmed());
+
+    // Without the secret nothing is served, and the connection is closed.
+    const QString wrong = m_dir->filePath(QStringLiteral("wrong.secret"));
+    QVERIFY(writeFile(wrong, QByteArray(64, 'a')));
+    const AgentRun refused = Agent({"--tcp", "--config", config, "--secret-file", wrong, "plans"});
+    QCOMPARE(refused.code, 2);
+    QVERIFY2(refused.err.contains("the TCP secret is missing or wrong"), qPrintable(refused.err));
+    QTcpSocket raw;
+    raw.connectToHost(QHostAddress::LocalHost, port);
+    QVERIFY(raw.waitForConnected(5000));
+    RequestCommand load(LoadSchedulersType);
+    QByteArray bytes;
+    CommandBuilder::CommandToBytearray(&load, bytes);
+    raw.write(bytes);
+    QVERIFY(QTest::qWaitFor([&] { return raw.state() == QAbstractSocket::UnconnectedState; }, 5000));
+    const CommandPtr answer(CommandBuilder::BytearrayToCommand(raw.readAll()), &CommandBuilder::DestroyCommand);
+    auto* result = dynamic_cast<ResultCommand*>(answer.get());
+    QVERIFY(result && result->getResultData().size() > 0);
+    QCOMPARE(SchedulerProtocol::ErrorNumberOf(result->getUintResult()), quint32(SchedulerProtocol::Unauthorized));
 }
 
 void tst_Apps::planFiresByItselfUntilItsEnd()

@@ -1,6 +1,9 @@
 #include "agentcommands.h"
 
 #include "agentoutput.h"
+#include "tcpsecret.h"
+
+#include <QStandardPaths>
 
 #include <QElapsedTimer>
 #include <QHash>
@@ -77,10 +80,29 @@ int AgentCommands::OpenSession()
         return ExitOk;
     m_session.reset(new AgentSession(m_endpoint, m_options.TimeoutMs()));
     if (m_session->Open())
-        return ExitOk;
+        return m_endpoint.getProtocolType() == CommunAttribute::TcpProtocol ? SayHello() : ExitOk;
     const QString reason = m_session->Error();
     m_session.reset();
     return NoAnswer(reason);
+}
+
+// Over TCP the scheduler serves nothing before it has seen its secret.
+int AgentCommands::SayHello()
+{
+    const QString path = m_options.IsSet(QStringLiteral("secret-file"))
+        ? m_options.Value(QStringLiteral("secret-file"))
+        : QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)
+              + QStringLiteral("/backupframe/backupframe-scheduler/") + TcpSecret::FileName();
+    QByteArray secret;
+    QString error;
+    if (!TcpSecret::Read(path, secret, error)) {
+        m_session.reset();
+        return Fail(ExitUsage, error + QStringLiteral(" (give --secret-file)"));
+    }
+    RequestStringData hello;
+    hello.setStringValue(QString::fromLatin1(secret));
+    return Call(SchedulerProtocol::HelloType, QString(), QString(), SchedulerProtocol::EncodePayload(hello),
+                QStringLiteral("connect over TCP"));
 }
 
 int AgentCommands::Call(quint64 type, const QString& planUuid, const QString& planName, const QByteArray& payload,

@@ -91,6 +91,7 @@ private:
 
     // Opens the session on first use; 0, or 3 after printing why nobody answers.
     int OpenSession();
+    int SayHello();
     // One request and its answer. 0 with the result data, or the exit code after
     // printing why (no answer: 3; an error result: 2, "cannot <what>: <reason>").
     // quiet: a refusal is returned (2) without a word.

@@ -88,7 +88,10 @@ QList<QCommandLineOption> optionList()
         valued("timeout", "Seconds to wait for the connection and for each answer (default 5).", "seconds"),
         flag("json", "Machine-readable output (JSON)."),
         valued("config", "Service configuration INI file (default: the scheduler's default one).", "file"),
-        flag("tcp", "Connect over TCP to 127.0.0.1 on the configured port (needs tcp_server_code=88)."),
+        flag("tcp", "Connect over TCP to --host on the configured port (needs tcp_server_code=88 and the TCP secret)."),
+        valued("host", "--tcp: the scheduler's address (default 127.0.0.1).", "address"),
+        valued("secret-file", "--tcp: the scheduler's TCP secret (default: tcp.secret in its default data directory).",
+               "file"),
         valued("name", "edit: the new plan name; once: the name its journal shows.", "name"),
         valued("operation", "edit: the new operation.", "operation"),
         valued("parameter", "edit: the new operation parameter.", "text"),
@@ -138,7 +141,8 @@ AgentOptions::AgentOptions()
     m_parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("The command and its arguments."),
                                    QStringLiteral("COMMAND [ARGUMENTS]"));
     const QStringList globals{QStringLiteral("server-name"), QStringLiteral("timeout"), QStringLiteral("json"),
-                              QStringLiteral("config"), QStringLiteral("tcp")};
+                              QStringLiteral("config"), QStringLiteral("tcp"), QStringLiteral("host"),
+                              QStringLiteral("secret-file")};
     for (const QCommandLineOption& option : optionList()) {
         m_parser.addOption(option);
         if (!globals.contains(option.names().first()))

@@ -75,7 +75,8 @@ bool makeEndpoint(const AgentOptions& options, const QString& configFile, Commun
             return false;
         }
         endpoint.setProtocolType(CommunAttribute::TcpProtocol);
-        endpoint.setDestSvrNameIp(QStringLiteral("127.0.0.1"));
+        endpoint.setDestSvrNameIp(options.IsSet(QStringLiteral("host")) ? options.Value(QStringLiteral("host"))
+                                                                       : QStringLiteral("127.0.0.1"));
         endpoint.setDestPort(ConfigReader::getTcpServerPort());
         return true;
     }

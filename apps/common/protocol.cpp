@@ -33,6 +33,7 @@ QString ErrorText(quint64 resultCode)
     case PlanExists: return QStringLiteral("a plan with that uuid exists");
     case NotSupported: return QStringLiteral("not supported");
     case WriteFailed: return QStringLiteral("the file could not be written");
+    case Unauthorized: return QStringLiteral("the TCP secret is missing or wrong");
     default: return QStringLiteral("error 0x%1").arg(resultCode, 0, 16);
     }
 }

@@ -21,6 +21,9 @@ constexpr quint64 LoadOperationsType = 150;
 // What a copy or zip plan (the envelope's plan uuid) has written, answered with a QstringListData
 // of "kind<TAB>path<TAB>bytes<TAB>files<TAB>time" entries, kind "mirror" or "archive", oldest first.
 constexpr quint64 LoadBackupsType = 151;
+// The first request of a TCP client: its request data a RequestStringData holding the service's
+// TCP secret. Before it, nothing else is served on that connection.
+constexpr quint64 HelloType = 152;
 
 // The error number inside a result code; 0 is success.
 enum ErrorNumber : quint32 {
@@ -38,7 +41,8 @@ enum ErrorNumber : quint32 {
     MailFailed = 11,        // the test mail could not be sent (the reason says why)
     PlanExists = 12,        // an import names a plan uuid that is stored already
     NotSupported = 13,      // a custom command: this scheduler serves none
-    WriteFailed = 14        // a file the request asked for could not be written
+    WriteFailed = 14,       // a file the request asked for could not be written
+    Unauthorized = 15       // a TCP client that has not proven the TCP secret
 };
 
 // How a run ended: a plan's result code, and the text of its status and of its journal's result.

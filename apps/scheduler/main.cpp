@@ -14,6 +14,7 @@
 #include "schedulerservice.h"
 #include "serviceconfig.h"
 #include "servicelog.h"
+#include "tcpsecret.h"
 
 #include <backupframe.h>
 
@@ -21,6 +22,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QHostAddress>
 #include <QLockFile>
 #include <QSocketNotifier>
 #include <QStandardPaths>
@@ -187,6 +189,8 @@ int main(int argc, char* argv[])
         RequestHandler handler(service);
         QString dbError;
         const bool dbOpen = openDatabase(database, service, dbFile, dbError);
+        QByteArray tcpSecret;
+        QString secretError;
         if (!dbOpen) {
             err() << "backupframe-scheduler: cannot use the database " << dbFile << ": "
                   << dbError << "\n";
@@ -195,26 +199,33 @@ int main(int argc, char* argv[])
             err() << "backupframe-scheduler: cannot serve '" << serverName << "'\n";
             exitCode = 3;
         } else if (parser.isSet(tcpOption)
-                   && (!tcpServer.Init(CommunAttribute::TcpProtocol) || !tcpServer.Start(QString(), config.tcpPort))) {
-            err() << "backupframe-scheduler: cannot listen on TCP port " << config.tcpPort << "\n";
+                   && !TcpSecret::Ensure(QDir(dataDir).filePath(TcpSecret::FileName()), tcpSecret, secretError)) {
+            err() << "backupframe-scheduler: " << secretError << "\n";
+            exitCode = 1;
+        } else if (parser.isSet(tcpOption)
+                   && (!tcpServer.Init(CommunAttribute::TcpProtocol)
+                       || !tcpServer.StartTcp(config.tcpPort, QHostAddress(config.tcpListenAddress)))) {
+            err() << "backupframe-scheduler: cannot listen on TCP port " << config.tcpPort << " of "
+                  << config.tcpListenAddress << "\n";
             exitCode = 3;
         }
         if (exitCode == 0) {
             handler.Serve(&localServer);
             if (parser.isSet(tcpOption))
-                handler.Serve(&tcpServer);
+                handler.Serve(&tcpServer, tcpSecret);
             // The dispatch queue carries the process's own requests to other endpoints.
             dispatch.Init();
             dispatch.Start();
             quitOnSignals(app);
             ServiceLog::Info(QStringLiteral("Scheduler serving '%1'%2, data in %3.")
                                  .arg(serverName,
-                                      parser.isSet(tcpOption) ? QStringLiteral(" and TCP port %1").arg(config.tcpPort)
-                                                              : QString(),
+                                      parser.isSet(tcpOption)
+                                          ? QStringLiteral(" and TCP port %1 of %2").arg(config.tcpPort).arg(config.tcpListenAddress)
+                                          : QString(),
                                       dataDir));
             out() << "backupframe-scheduler: serving '" << serverName << "'";
             if (parser.isSet(tcpOption))
-                out() << " and TCP port " << config.tcpPort;
+                out() << " and TCP port " << config.tcpPort << " of " << config.tcpListenAddress;
             out() << ", data in " << dataDir << Qt::endl;
             app.exec();
             out() << "backupframe-scheduler: stopping" << Qt::endl;

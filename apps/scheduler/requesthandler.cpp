@@ -3,6 +3,9 @@
 #include "backuplisting.h"
 #include "servicelog.h"
 #include "supportbundle.h"
+#include "tcpsecret.h"
+
+#include <QAbstractSocket>
 
 #include <QDir>
 #include <QThreadPool>
@@ -25,8 +28,10 @@ RequestHandler::~RequestHandler()
     QThreadPool::globalInstance()->waitForDone();
 }
 
-void RequestHandler::Serve(CommunServer* server)
+void RequestHandler::Serve(CommunServer* server, const QByteArray& secret)
 {
+    if (!secret.isEmpty())
+        m_secrets.insert(server, secret);
     connect(server, &CommunServer::incomingBlockData, this, &RequestHandler::onIncomingBlockData);
 }
 
@@ -37,6 +42,10 @@ void RequestHandler::onIncomingBlockData(quint64, QIODevice* psocket, QByteArray
         CommandBuilder::BytearrayToCommand(bytes), &CommandBuilder::DestroyCommand);
     if (!server || !psocket || !command || m_stopped)
         return;
+    if (m_secrets.contains(server) && !m_trusted.contains(psocket)) {
+        Admit(server, psocket, *command);
+        return;
+    }
     if (auto* channel = dynamic_cast<ChannelCommand*>(command.get())) {
         m_channels.Subscribe(server, psocket, *channel);
         return;
@@ -54,6 +63,33 @@ void RequestHandler::FlushEvents(int ms)
 {
     m_stopped = true;
     m_channels.Flush(ms);
+}
+
+void RequestHandler::Admit(CommunServer* server, QIODevice* socket, CommCommand& command)
+{
+    ResultCommand result(ResultType);
+    result.GetRequestCommandInfo(command);
+    const auto* hello = dynamic_cast<RequestCommand*>(&command);
+    RequestStringData given;
+    if (hello && hello->getCommandType() == HelloType && DecodePayload(hello->getRequestData(), given)
+        && TcpSecret::Matches(given.getStringValue().toLatin1(), m_secrets.value(server))) {
+        m_trusted.insert(socket);
+        connect(socket, &QObject::destroyed, this, [this, socket] { m_trusted.remove(socket); });
+        result.setUintResult(ResultCode(NoError));
+        Send(server, socket, result);
+        return;
+    }
+    auto* tcp = qobject_cast<QAbstractSocket*>(socket);
+    const QString peer = tcp ? tcp->peerAddress().toString() : QStringLiteral("a peer");
+    ServiceLog::Warn(QStringLiteral("TCP client refused: %1 sent %2 without the TCP secret.")
+                         .arg(peer, hello && hello->getCommandType() == HelloType ? QStringLiteral("a wrong secret")
+                                                                                  : QStringLiteral("a request")));
+    result.setUintResult(ResultCode(Unauthorized));
+    result.setResultData(ReasonPayload(QStringLiteral(
+        "A TCP client must first send the scheduler's TCP secret (the file tcp.secret in its data directory).")));
+    Send(server, socket, result);
+    if (tcp)
+        tcp->disconnectFromHost();   // after the answer has been written
 }
 
 ResultCommand RequestHandler::Answer(RequestCommand& request)

@@ -11,6 +11,7 @@
 #include <QList>
 #include <QObject>
 #include <QPointer>
+#include <QSet>
 
 // Decodes each package a CommunServer receives, asks the service, and answers on the same
 // socket with a ResultCommand. A cancel is answered when the run has ended. A ChannelCommand
@@ -24,7 +25,10 @@ public:
     // Waits for the work it handed to other threads (bundles, listings): they answer through it.
     ~RequestHandler() override;
 
-    void Serve(CommunServer* server);
+    // Answers the packages the server receives. With a secret, a connection is served only once
+    // it has proven it with a Hello request; any other first request is refused and the
+    // connection closed.
+    void Serve(CommunServer* server, const QByteArray& secret = QByteArray());
     // At service stop: takes no more requests and writes out the events still waiting for
     // their agents, for at most ms.
     void FlushEvents(int ms);
@@ -75,11 +79,15 @@ private:
     ErrorNumber WithPlan(ErrorNumber error, const QString& planUuid, ResultCommand& result);
 
     void Send(CommunServer* server, QIODevice* socket, ResultCommand& result);
+    // A package on a guarded connection that has not proven the secret yet.
+    void Admit(CommunServer* server, QIODevice* socket, CommCommand& command);
     QByteArray PlanPayload(const QString& planUuid) const;
 
     SchedulerService& m_service;
     EventChannels m_channels;
     bool m_stopped = false;
+    QHash<CommunServer*, QByteArray> m_secrets;   // guarded servers and the secret they want
+    QSet<QIODevice*> m_trusted;                   // guarded connections that proved it
     int m_nextKey = 0;     // deferral keys of answers that wait for work off the main thread
     QHash<QString, QList<PendingAnswer>> m_deferred;   // key (a cancelled plan's uuid) -> answers to send
     QString m_reason;                                  // why the request being answered was refused

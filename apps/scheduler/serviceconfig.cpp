@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QHostAddress>
 #include <QSettings>
 
 bool ServiceConfig::Number(const QSettings& settings, const char* key, qint64 min, qint64 max, qint64& value,
@@ -38,6 +39,14 @@ bool ServiceConfig::Load(const QString& file, QString& error)
         schedulerServerName = settings.value(nameKey).toString().trimmed();
         if (schedulerServerName.isEmpty()) {
             error = QStringLiteral("%1: Network/scheduler_local_server_name is empty").arg(file);
+            return false;
+        }
+    }
+    const QString addressKey = QStringLiteral("/Network/tcp_listen_address");
+    if (settings.contains(addressKey)) {
+        tcpListenAddress = settings.value(addressKey).toString().trimmed();
+        if (QHostAddress(tcpListenAddress).isNull()) {
+            error = QStringLiteral("%1: Network/tcp_listen_address = '%2' is not an IP address").arg(file, tcpListenAddress);
             return false;
         }
     }

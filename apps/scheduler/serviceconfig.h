@@ -15,6 +15,7 @@ public:
     QString schedulerServerName = QStringLiteral("SchedulerLocalServer");
     quint16 tcpPort = 6060;
     quint16 tcpCode = 0;
+    QString tcpListenAddress = QStringLiteral("127.0.0.1");   // /Network/tcp_listen_address: where --tcp listens
     int missedRule = 2;     // /TriggerFire/date_time_fire_type: 0 ignore, 1 journal, 2 catch-up run
     int parallelRuns = 1;   // /Operation/operation_execute_type: runs at once, 1 to 16
     int journalKeepDays = 0;        // /Journals/keep_days: older journals are pruned; 0 keeps all
