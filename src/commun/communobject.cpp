@@ -58,12 +58,16 @@ bool CommunObject::ReadBlockBytes(QIODevice* psocket, quint64 protocolType, Sock
         LibraryLog::Warn("Receive data return empty in the ReadBlockBytes.");
         return true;
     }
+    if (DropOversized(psocket, psink))
+        return true;
     if (!EmitPackagesBeyondLimit(psocket, psink)) {
         psink->Clear();
         LibraryLog::Error("Judge command package failed in the ReadBlockBytes.");
         return false;
     }
     for (;;) {
+        if (DropOversized(psocket, psink))
+            return true;
         PackageJudgement judgement = Invalid;
         JudgeCommandPackage(psink, judgement);
         if (judgement == Incomplete)
@@ -86,6 +90,32 @@ bool CommunObject::ReadBlockBytes(QIODevice* psocket, quint64 protocolType, Sock
         psink->RemoveData(0, static_cast<int>(declared));
         psink->setPackageSize(0);
     }
+}
+
+void CommunObject::SetMaxPackageSize(qint64 bytes)
+{
+    m_maxPackageSize = qMax<qint64>(0, bytes);
+}
+
+qint64 CommunObject::MaxPackageSize() const
+{
+    return m_maxPackageSize;
+}
+
+void CommunObject::OnOversizedPackage(QIODevice*, qint64)
+{
+}
+
+bool CommunObject::DropOversized(QIODevice* psocket, SocketSinkData* psink)
+{
+    if (m_maxPackageSize <= 0 || psink->getProgress() < PackageFormat::LengthFieldSize)
+        return false;
+    const qint64 declared = psink->getPackageSize() > 0 ? psink->getPackageSize() : declaredLength(psink->getRfrnData(), 0);
+    if (declared <= m_maxPackageSize)
+        return false;
+    psink->Clear();
+    OnOversizedPackage(psocket, declared);
+    return true;
 }
 
 // Emits the complete packages at the front alone while more than the limit is held, then

@@ -41,6 +41,12 @@ public:
     explicit CommunObject(QObject* parent = nullptr);
     ~CommunObject() override;
 
+    // The longest package this endpoint receives; 0, the default, sets no limit. A peer that
+    // declares a longer one has its receive buffer dropped at once, whatever it sends after,
+    // and OnOversizedPackage is called (a server then closes the connection).
+    void SetMaxPackageSize(qint64 bytes);
+    qint64 MaxPackageSize() const;
+
     // Appends what the socket holds to the sink and emits readyReadBytes once per
     // complete package, with the remaining buffer (the package plus any tail) as long as
     // that is within the emit buffer limit, else with the package alone.
@@ -63,8 +69,16 @@ public:
 signals:
     void readyReadBytes(QIODevice* psocket, QByteArray bytes);
 
+protected:
+    // A peer declared a package above MaxPackageSize; its buffer is already dropped.
+    virtual void OnOversizedPackage(QIODevice* psocket, qint64 declared);
+
 private:
     bool EmitPackagesBeyondLimit(QIODevice* psocket, SocketSinkData* psink);
+    // True when the front package is declared above the limit: the buffer is then dropped.
+    bool DropOversized(QIODevice* psocket, SocketSinkData* psink);
+
+    qint64 m_maxPackageSize = 0;
 };
 
 #endif

@@ -339,6 +339,18 @@ void CommunServer::onreadyReadBytes(QIODevice* psocket, QByteArray bytes)
     emit incomingBlockData(m_protocolType, psocket, bytes);
 }
 
+void CommunServer::OnOversizedPackage(QIODevice* psocket, qint64 declared)
+{
+    LibraryLog::Warn(QString("Server closed a connection that declared a package of %1 bytes, above its limit of %2.")
+                         .arg(declared)
+                         .arg(MaxPackageSize()));
+    // Every handler of the socket's signals is queued: closing it here calls none of them now.
+    if (auto* plocal = qobject_cast<QLocalSocket*>(psocket))
+        plocal->abort();
+    else if (auto* ptcp = qobject_cast<QAbstractSocket*>(psocket))
+        ptcp->abort();
+}
+
 void CommunServer::svrdisconnected(QIODevice* psocket)
 {
     if (!psocket)

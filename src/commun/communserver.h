@@ -59,6 +59,10 @@ public:
 signals:
     void incomingBlockData(quint64 commtype, QIODevice* psocket, QByteArray bytes);
 
+protected:
+    // Closes the connection of a peer that declared a package above MaxPackageSize.
+    void OnOversizedPackage(QIODevice* psocket, qint64 declared) override;
+
 private slots:
     void onnewConnection();
     void onreadyRead();
