@@ -694,6 +694,7 @@ void tst_Operations::restoresThatDoNotSucceedWriteNothing_data()
     QTest::addColumn<QString>("kind");
     QTest::addColumn<QString>("source");   // empty: the backup made by kind
     QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("into");   // "full" and "readonly" are file systems of their own; "locked" is mode 0
     QTest::addColumn<int>("change");   // 1 cancel on the first progress, 2 rename the entry zz/evil to ../evil
     QTest::addColumn<quint64>("outcome");
     QTest::addColumn<QString>("reason");   // %1 the temporary folder
@@ -701,15 +702,24 @@ void tst_Operations::restoresThatDoNotSucceedWriteNothing_data()
 
     const quint64 failed = SchedulerProtocol::Failed;
     for (const QString kind : {"copy", "zip"}) {
-        QTest::addRow("a cancel mid-file leaves no partial file (%s)", qPrintable(kind)) << kind << "" << "" << 1
-            << quint64(SchedulerProtocol::Cancelled) << "The restore was cancelled after" << "";
-        QTest::addRow("a path that is not in the backup (%s)", qPrintable(kind)) << kind << "" << "zz/good" << 0
-            << failed << "zz/good is not in the backup" << "Correct path=";
+        QTest::addRow("a cancel mid-file leaves no partial file (%s)", qPrintable(kind)) << kind << "" << "" << "restored"
+            << 1 << quint64(SchedulerProtocol::Cancelled) << "The restore was cancelled after" << "";
+        QTest::addRow("a path that is not in the backup (%s)", qPrintable(kind)) << kind << "" << "zz/good" << "restored"
+            << 0 << failed << "zz/good is not in the backup" << "Correct path=";
+        QTest::addRow("a destination that fills up drops the file being written (%s)", qPrintable(kind)) << kind << ""
+            << "" << "full" << 0 << failed << "%1/full/big.bin could not be written: the destination is full"
+            << "Free space on the destination";
+        QTest::addRow("a read-only destination (%s)", qPrintable(kind)) << kind << "" << "" << "readonly" << 0 << failed
+            << "folder %1/readonly/zz could not be made: the destination is on a read-only file system"
+            << "Mount the destination's file system read-write";
+        QTest::addRow("a destination the service may not write (%s)", qPrintable(kind)) << kind << "" << "" << "locked"
+            << 0 << failed << "the service's user may not write in %1/locked (Permission denied)"
+            << "Give the service's user write permission on";
     }
-    QTest::newRow("an archive entry named ../evil refuses the archive") << "zip" << "" << "" << 2 << failed
+    QTest::newRow("an archive entry named ../evil refuses the archive") << "zip" << "" << "" << "restored" << 2 << failed
         << "holds an entry named '../evil', which would be written outside the destination; nothing was restored"
         << "Restore only archives written by the zip operation";
-    QTest::newRow("a missing backup") << "copy" << "%1/missing" << "" << 0 << failed
+    QTest::newRow("a missing backup") << "copy" << "%1/missing" << "" << "restored" << 0 << failed
         << "The backup %1/missing does not exist." << "Connect the drive that holds it";
 }
 
@@ -718,10 +728,16 @@ void tst_Operations::restoresThatDoNotSucceedWriteNothing()
     QFETCH(QString, kind);
     QFETCH(QString, source);
     QFETCH(QString, path);
+    QFETCH(QString, into);
     QFETCH(int, change);
     QFETCH(quint64, outcome);
     QFETCH(QString, reason);
     QFETCH(QString, solution);
+    const QString restored = m_dir->filePath(into);
+    QVERIFY(QDir().mkpath(restored));
+    const QString skip = Obstruct(into, into == "locked" ? into : QString());
+    if (!skip.isEmpty())
+        QSKIP(qPrintable(skip));
     writeFile(Source() + "/big.bin", bigContent(), QDateTime::currentDateTime());
     writeFile(Source() + "/zz/evil", "evil", QDateTime::currentDateTime());
     QString backup = Backup(kind);
@@ -731,7 +747,6 @@ void tst_Operations::restoresThatDoNotSucceedWriteNothing()
         const QByteArray bytes = archive.readAll();
         QVERIFY(archive.seek(0) && archive.write(QByteArray(bytes).replace("zz/evil", "../evil")) == bytes.size());
     }
-    const QString restored = m_dir->filePath("restored");
     const Result result = Run(QStringLiteral("source=%1;destination=%2;path=%3")
                                   .arg(source.isEmpty() ? backup : source.arg(m_dir->path()), restored, path).toUtf8(),
                               [&](RunJob* job, quint64 done) {
