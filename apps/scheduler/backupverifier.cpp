@@ -131,7 +131,8 @@ bool BackupVerifier::CheckArchive(const QString& archive, const CopySettings* so
             total += stat.size;
     }
     m_job.BeginProgress(total);
-    const bool finished = ReadEntries(handle, entries) && (!source || CompareWithEntries(source->source, tree, entries));
+    const bool finished =
+        ReadEntries(handle, entries) && (!source || CompareWithEntries(source->source, tree, entries));
     zip_discard(handle);
     if (!finished || m_problems.isEmpty())
         return finished;
@@ -214,7 +215,8 @@ bool BackupVerifier::CompareWithEntries(const QString& root, const SourceTree& t
         QFile in(info.filePath());
         QByteArray hash;
         if (!in.open(QIODevice::ReadOnly)) {
-            m_problems << QStringLiteral("%1 (the source could not be read: %2)").arg(file.relativePath, in.errorString());
+            m_problems << QStringLiteral("%1 (the source could not be read: %2)")
+                              .arg(file.relativePath, in.errorString());
             continue;
         }
         if (!HashFile(in, hash))

@@ -34,8 +34,8 @@ QFileDevice::Permissions modeOf(const QFileInfo& info)
 QString CopySettings::ParameterHelp()
 {
     return QStringLiteral("source=FOLDER and destination=FOLDER lines (absolute; the destination must exist), "
-                          "optional exclude=PATTERNS (comma-separated wildcards on names or relative paths) and verify=0|1 "
-                          "(1 compares the mirror with the source afterwards; default 0); "
+                          "optional exclude=PATTERNS (comma-separated wildcards on names or relative paths) and "
+                          "verify=0|1 (1 compares the mirror with the source afterwards; default 0); "
                           "mirrors the source, copying only what changed; can be cancelled");
 }
 

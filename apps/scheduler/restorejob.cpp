@@ -71,7 +71,8 @@ bool RestoreSettings::Parse(const QByteArray& block, RestoreSettings& settings, 
     if (settings.path == QLatin1String("."))
         settings.path.clear();
     if (IsWithinPath(settings.destination, settings.source)) {
-        reason = QStringLiteral("The destination %1 lies inside the backup %2.").arg(settings.destination, settings.source);
+        reason = QStringLiteral("The destination %1 lies inside the backup %2.")
+                     .arg(settings.destination, settings.source);
         return false;
     }
     return true;
@@ -255,15 +256,17 @@ bool RestoreJob::MakeFolder(const QString& path)
     if (MakeFolderPath(path, error))
         return true;
     if (error == ENOTDIR)
-        return Fail(QStringLiteral("The folder %1 could not be made: a file of that name stands in its place.").arg(path),
+        return Fail(QStringLiteral("The folder %1 could not be made: a file of that name stands in its place.")
+                        .arg(path),
                     QStringLiteral("Move or rename that file, or restore into another folder."));
-    return Fail(FileFailure::Writing(QStringLiteral("The folder %1 could not be made").arg(path), QFileInfo(path).path(),
-                                     error, qt_error_string(error)));
+    return Fail(FileFailure::Writing(QStringLiteral("The folder %1 could not be made").arg(path),
+                                     QFileInfo(path).path(), error, qt_error_string(error)));
 }
 
 bool RestoreJob::FailEntry(const QString& name, const QString& message)
 {
-    return Fail(QStringLiteral("The entry %1 of the archive %2 could not be read: %3.").arg(name, m_restore.source, message),
+    return Fail(QStringLiteral("The entry %1 of the archive %2 could not be read: %3.")
+                    .arg(name, m_restore.source, message),
                 QStringLiteral("The archive is damaged: restore from another archive of the plan (verify tells "
                                "which entries are damaged)."));
 }

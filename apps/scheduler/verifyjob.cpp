@@ -68,13 +68,11 @@ bool VerifyJob::Check()
     const QFileInfo backup(m_settings.backup);
     QString reason, solution;
     bool passed = false;
+    const CopySettings* source = m_settings.source.source.isEmpty() ? nullptr : &m_settings.source;
     if (backup.isDir())
         passed = CheckSource(true) && BackupVerifier(*this).CheckMirror(m_settings.source, reason, solution);
     else if (backup.isFile())
-        passed = CheckSource(false)
-                 && BackupVerifier(*this).CheckArchive(m_settings.backup,
-                                                       m_settings.source.source.isEmpty() ? nullptr : &m_settings.source,
-                                                       reason, solution);
+        passed = CheckSource(false) && BackupVerifier(*this).CheckArchive(m_settings.backup, source, reason, solution);
     else
         return Fail(QStringLiteral("The backup %1 does not exist.").arg(m_settings.backup),
                     QStringLiteral("Connect the drive that holds it, or correct backup= in the parameter, then run "
