@@ -55,8 +55,8 @@ QString ZipSettings::ParameterHelp()
 {
     return QStringLiteral("source=FOLDER and destination=FOLDER lines (absolute; the destination must exist), "
                           "optional exclude=PATTERNS (as for copy) and keep=NUMBER (archives of the plan to keep, "
-                          "0 keeps all; default 0) and verify=0|1 (1 reads the new archive back, checking every entry, "
-                          "before it is kept; default 0); writes the source into a new PLAN-ID-yyyyMMdd-hhmmss.zip "
+                          "0 keeps all; default 0) and verify=0|1 (1 reads the new archive back, checking every "
+                          "entry, before it is kept; default 0); writes the source into a new PLAN-ID-yyyyMMdd-hhmmss.zip "
                           "(the plan's name, the start of its id, the run's start); can be cancelled");
 }
 
