@@ -633,7 +633,7 @@ void tst_Apps::textOutput_data()
     QTest::newRow("help of one command gives its usage and options")
         << QStringList{"help", "run"} << "Usage: backupframe-agent [global options] run PLAN [--wait|--follow]\n";
     QTest::newRow("operations lists each with what its parameter holds")
-        << QStringList{"operations"} << "sleep  milliseconds to wait";
+        << QStringList{"operations"} << "\nsleep    milliseconds to wait";
     QTest::newRow("an escape sequence and a newline in a name are shown escaped")
         << QStringList{"plans"} << "esc\\x1b[31m\\nx  ";
     QTest::newRow("a long name is cut to 40 characters") << QStringList{"plans"} << longName.left(39) + "\u2026  ";

@@ -158,12 +158,20 @@ private slots:
     void zipRunsThatDoNotSucceedLeaveNoArchive_data();
     void zipRunsThatDoNotSucceedLeaveNoArchive();
     void zipKeepsOnlyThePlansNewestArchives();
-    void zipParametersAreChecked_data();
-    void zipParametersAreChecked();
+    void restoreBringsBackTheTreeOrAPartOfIt_data();
+    void restoreBringsBackTheTreeOrAPartOfIt();
+    void restoreKeepsExistingFilesUnlessTold_data();
+    void restoreKeepsExistingFilesUnlessTold();
+    void restoresThatDoNotSucceedWriteNothing_data();
+    void restoresThatDoNotSucceedWriteNothing();
+    void verifyReportsWhatIsWrong_data();
+    void verifyReportsWhatIsWrong();
 
 private:
     Result Run(const QByteArray& parameter, const Hook& hook = Hook(), const QString& operation = "copy");
     QString Obstruct(const QString& destination, const QString& locked);
+    QString Backup(const QString& kind, const QByteArray& more = QByteArray(), const Hook& hook = Hook(),
+                   Result* result = nullptr);
     QString Source() const { return m_dir->filePath(QStringLiteral("source")); }
     QString Destination() const { return m_dir->filePath(QStringLiteral("destination")); }
 
@@ -387,28 +395,49 @@ void tst_Operations::runsThatDoNotSucceedSayWhyAndLeaveNoPartialFile()
 
 void tst_Operations::parametersAreChecked_data()
 {
+    QTest::addColumn<QString>("operation");
     QTest::addColumn<QByteArray>("parameter");
     QTest::addColumn<QString>("reason");   // empty: accepted
 
-    QTest::newRow("lines with spaces and an exclude") << QByteArray("source = /a\r\ndestination=/b\nexclude=*.o,x") << "";
-    QTest::newRow("pairs separated by semicolons") << QByteArray("source=/a;destination=/b/;") << "";
-    QTest::newRow("a destination beside the source with a common prefix") << QByteArray("source=/a;destination=/ab") << "";
-    QTest::newRow("an empty block") << QByteArray() << "copy wants source=FOLDER and destination=FOLDER lines";
-    QTest::newRow("an empty destination") << QByteArray("source=/a\ndestination=") << "copy wants";
-    QTest::newRow("an unknown key") << QByteArray("source=/a;target=/b") << "'target' is not a known key. copy wants";
-    QTest::newRow("a line without a value") << QByteArray("source=/a;destination=/b;/c") << "'/c' is not a key=value";
-    QTest::newRow("a key given twice") << QByteArray("source=/a;source=/c;destination=/b") << "'source' is given twice";
-    QTest::newRow("a relative source") << QByteArray("source=a;destination=/b") << "'a' is not an absolute path";
-    QTest::newRow("a destination inside the source") << QByteArray("source=/a;destination=/a/./b/") << "lies inside";
-    QTest::newRow("a broken wildcard") << QByteArray("source=/a;destination=/b;exclude=[") << "'[' is not a wildcard";
+    QTest::newRow("lines with spaces and an exclude") << "copy" << QByteArray("source = /a\r\ndestination=/b\nexclude=*.o,x") << "";
+    QTest::newRow("pairs separated by semicolons") << "copy" << QByteArray("source=/a;destination=/b/;verify=1") << "";
+    QTest::newRow("a destination beside the source with a common prefix") << "copy" << QByteArray("source=/a;destination=/ab") << "";
+    QTest::newRow("an empty block") << "copy" << QByteArray() << "copy wants source=FOLDER and destination=FOLDER lines";
+    QTest::newRow("an empty destination") << "copy" << QByteArray("source=/a\ndestination=") << "copy wants";
+    QTest::newRow("an unknown key") << "copy" << QByteArray("source=/a;target=/b") << "'target' is not a known key. copy wants";
+    QTest::newRow("a line without a value") << "copy" << QByteArray("source=/a;destination=/b;/c") << "'/c' is not a key=value";
+    QTest::newRow("a key given twice") << "copy" << QByteArray("source=/a;source=/c;destination=/b") << "'source' is given twice";
+    QTest::newRow("a relative source") << "copy" << QByteArray("source=a;destination=/b") << "'a' is not an absolute path";
+    QTest::newRow("a destination inside the source") << "copy" << QByteArray("source=/a;destination=/a/./b/") << "lies inside";
+    QTest::newRow("a broken wildcard") << "copy" << QByteArray("source=/a;destination=/b;exclude=[") << "'[' is not a wildcard";
+    QTest::newRow("a verify switch that is neither 0 nor 1") << "copy" << QByteArray("source=/a;destination=/b;verify=yes")
+        << "'verify=yes' is neither verify=0 nor verify=1. copy wants";
+    QTest::newRow("zip: folders, excludes, a number to keep and verify") << "zip" << QByteArray("source=/a;destination=/b;exclude=*.o;keep=3;verify=1") << "";
+    QTest::newRow("zip: a number to keep that is not one") << "zip" << QByteArray("source=/a;destination=/b;keep=abc") << "'abc' is not a number of archives";
+    QTest::newRow("zip: an unknown key") << "zip" << QByteArray("source=/a;destination=/b;keeps=1") << "'keeps' is not a known key. zip wants";
+    QTest::newRow("zip: a destination inside the source") << "zip" << QByteArray("source=/a;destination=/a/b") << "lies inside";
+    QTest::newRow("zip: a verify switch that is neither 0 nor 1") << "zip" << QByteArray("source=/a;destination=/b;verify=2") << "zip wants";
+    QTest::newRow("restore: everything") << "restore" << QByteArray("source=/b/x.zip;destination=/r;path=d/./f;overwrite=1") << "";
+    QTest::newRow("restore: no destination") << "restore" << QByteArray("source=/b") << "restore wants source=PATH and destination=FOLDER";
+    QTest::newRow("restore: an absolute path") << "restore" << QByteArray("source=/b;destination=/r;path=/etc") << "'/etc' is not a path inside the backup";
+    QTest::newRow("restore: a path that climbs out") << "restore" << QByteArray("source=/b;destination=/r;path=d/../../x") << "'d/../../x' is not a path inside";
+    QTest::newRow("restore: an overwrite that is neither 0 nor 1") << "restore" << QByteArray("source=/b;destination=/r;overwrite=yes") << "restore wants";
+    QTest::newRow("restore: a relative destination") << "restore" << QByteArray("source=/b;destination=r") << "'r' is not an absolute path";
+    QTest::newRow("restore: a destination inside the backup") << "restore" << QByteArray("source=/b;destination=/b/r") << "lies inside the backup";
+    QTest::newRow("verify: an archive alone") << "verify" << QByteArray("backup=/b.zip") << "";
+    QTest::newRow("verify: a backup with a source and excludes") << "verify" << QByteArray("backup=/b;source=/a;exclude=*.o") << "";
+    QTest::newRow("verify: no backup") << "verify" << QByteArray("source=/a") << "verify wants a backup=PATH line";
+    QTest::newRow("verify: a relative source") << "verify" << QByteArray("backup=/b;source=a") << "'a' is not an absolute path";
+    QTest::newRow("verify: a broken wildcard") << "verify" << QByteArray("backup=/b;source=/a;exclude=[") << "'[' is not a wildcard pattern. verify wants";
 }
 
 void tst_Operations::parametersAreChecked()
 {
+    QFETCH(QString, operation);
     QFETCH(QByteArray, parameter);
     QFETCH(QString, reason);
     TaskAttribute task;
-    task.setOperationRegisterName(QStringLiteral("copy"));
+    task.setOperationRegisterName(operation);
     task.setOperationParameter(parameter);
     QString refused;
     QCOMPARE(m_registry.Validate(task, refused), reason.isEmpty());
@@ -550,27 +579,263 @@ void tst_Operations::zipKeepsOnlyThePlansNewestArchives()
     QCOMPARE(filesBelow(Destination()), expected);
 }
 
-void tst_Operations::zipParametersAreChecked_data()
+// Backs the source up with "copy" or "zip" into the destination; the mirror folder or the archive.
+QString tst_Operations::Backup(const QString& kind, const QByteArray& more, const Hook& hook, Result* result)
 {
-    QTest::addColumn<QByteArray>("parameter");
-    QTest::addColumn<QString>("reason");   // empty: accepted
-
-    QTest::newRow("folders, excludes and a number to keep") << QByteArray("source=/a;destination=/b;exclude=*.o;keep=3") << "";
-    QTest::newRow("a number to keep that is not one") << QByteArray("source=/a;destination=/b;keep=abc") << "'abc' is not a number of archives";
-    QTest::newRow("an unknown key") << QByteArray("source=/a;destination=/b;keeps=1") << "'keeps' is not a known key. zip wants";
-    QTest::newRow("a destination inside the source") << QByteArray("source=/a;destination=/a/b") << "lies inside";
+    const Result run = Run(parameter(Source(), Destination()) + more, hook, kind);
+    if (result)
+        *result = run;
+    else if (run.outcome != SchedulerProtocol::Succeeded)
+        qWarning("the %s backup failed: %s", qPrintable(kind), qPrintable(run.reason));
+    return kind == "zip" ? run.archive : Destination();
 }
 
-void tst_Operations::zipParametersAreChecked()
+// Inverts a few bytes of file where content's middle lies (an archive stores random bytes as they are).
+void flipInside(const QString& file, const QByteArray& content)
 {
-    QFETCH(QByteArray, parameter);
+    QFile f(file);
+    QVERIFY(f.open(QIODevice::ReadWrite));
+    const qint64 at = f.readAll().indexOf(content.mid(content.size() / 2, 16));
+    QVERIFY2(at >= 0, "the content is not in the file");
+    QVERIFY(f.seek(at));
+    QByteArray bytes = content.mid(content.size() / 2, 4);
+    for (char& byte : bytes)
+        byte = static_cast<char>(~byte);
+    QCOMPARE(f.write(bytes), qint64(4));
+}
+
+// Other content of the same size under the same time.
+void changeKeepingSizeAndTime(const QString& path)
+{
+    const QDateTime time = QFileInfo(path).lastModified();
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    const QByteArray content = file.readAll();
+    QVERIFY(file.seek(0) && file.write(QByteArray(content.size(), '#')) == content.size() && file.flush());
+    QVERIFY(file.setFileTime(time, QFileDevice::FileModificationTime));
+}
+
+QByteArray randomBytes(int size)
+{
+    QByteArray bytes(size, Qt::Uninitialized);
+    QRandomGenerator random(4711);
+    for (char& byte : bytes)
+        byte = static_cast<char>(random.generate());
+    return bytes;
+}
+
+void tst_Operations::restoreBringsBackTheTreeOrAPartOfIt_data()
+{
+    QTest::addColumn<QString>("kind");   // the operation that made the backup
+    QTest::addColumn<QString>("path");
+    for (const QString kind : {"copy", "zip"}) {
+        QTest::addRow("the whole tree from %s", qPrintable(kind)) << kind << "";
+        QTest::addRow("one sub-folder from %s", qPrintable(kind)) << kind << "d1";
+        QTest::addRow("one file from %s", qPrintable(kind)) << kind << "d2/s2/f2.txt";
+    }
+}
+
+void tst_Operations::restoreBringsBackTheTreeOrAPartOfIt()
+{
+    QFETCH(QString, kind);
+    QFETCH(QString, path);
+    makeTree(Source(), false);
+    const QString restored = m_dir->filePath("restored/deep");   // made with its parent
+    const Result result = Run(QStringLiteral("source=%1;destination=%2;path=%3").arg(Backup(kind), restored, path).toUtf8(),
+                              Hook(), "restore");
+    QCOMPARE(result.outcome, quint64(SchedulerProtocol::Succeeded));
+    const QStringList files = filesBelow(Source()).filter(QRegularExpression(
+        path.isEmpty() ? QString() : QStringLiteral("^%1(/|$)").arg(QRegularExpression::escape(path))));
+    QCOMPARE(filesBelow(restored), files);
+    QCOMPARE(result.copied, files.size());
+    qint64 bytes = 0;
+    for (const QString& name : files) {
+        QFile from(Source() + '/' + name), to(restored + '/' + name);
+        QVERIFY(from.open(QIODevice::ReadOnly) && to.open(QIODevice::ReadOnly));
+        QVERIFY2(from.readAll() == to.readAll(), qPrintable(name));
+        const QFileInfo source(from), copy(to);
+        // A zip entry keeps the time in two-second steps.
+        QVERIFY2(qAbs(copy.lastModified().secsTo(source.lastModified())) <= (kind == "zip" ? 1 : 0), qPrintable(name));
+        QCOMPARE(copy.permissions() & ~kUserFlags, source.permissions() & ~kUserFlags);
+        bytes += source.size();
+    }
+    QCOMPARE(result.progress.last(), qMakePair(quint64(bytes), quint64(bytes)));
+}
+
+void tst_Operations::restoreKeepsExistingFilesUnlessTold_data()
+{
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<int>("overwrite");
+    for (const QString kind : {"copy", "zip"}) {
+        QTest::addRow("a file already there stays by default (%s)", qPrintable(kind)) << kind << 0;
+        QTest::addRow("a file already there is replaced with overwrite=1 (%s)", qPrintable(kind)) << kind << 1;
+    }
+}
+
+void tst_Operations::restoreKeepsExistingFilesUnlessTold()
+{
+    QFETCH(QString, kind);
+    QFETCH(int, overwrite);
+    makeTree(Source(), false);
+    const QString backup = Backup(kind);
+    const QString restored = m_dir->filePath("restored");
+    writeFile(restored + "/d2/s2/f2.txt", "mine", QDateTime::currentDateTime(), QFileDevice::ReadOwner);
+    const Result result = Run(QStringLiteral("source=%1\ndestination=%2\npath=d2\noverwrite=%3")
+                                  .arg(backup, restored).arg(overwrite).toUtf8(), Hook(), "restore");
+    QCOMPARE(result.outcome, quint64(SchedulerProtocol::Succeeded));
+    QFile original(Source() + "/d2/s2/f2.txt"), existing(restored + "/d2/s2/f2.txt");
+    QVERIFY(original.open(QIODevice::ReadOnly) && existing.open(QIODevice::ReadOnly));
+    QCOMPARE(existing.readAll(), overwrite ? original.readAll() : QByteArray("mine"));
+    QCOMPARE(result.copied, filesBelow(Source()).filter(QRegularExpression("^d2/")).size() - 1 + overwrite);
+}
+
+void tst_Operations::restoresThatDoNotSucceedWriteNothing_data()
+{
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<QString>("source");   // empty: the backup made by kind
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("into");   // "full" and "readonly" are file systems of their own; "locked" is mode 0
+    QTest::addColumn<int>("change");   // 1 cancel on the first progress, 2 rename the entry zz/evil to ../evil
+    QTest::addColumn<quint64>("outcome");
+    QTest::addColumn<QString>("reason");   // %1 the temporary folder
+    QTest::addColumn<QString>("solution");
+
+    const quint64 failed = SchedulerProtocol::Failed;
+    for (const QString kind : {"copy", "zip"}) {
+        QTest::addRow("a cancel mid-file leaves no partial file (%s)", qPrintable(kind)) << kind << "" << "" << "restored"
+            << 1 << quint64(SchedulerProtocol::Cancelled) << "The restore was cancelled after" << "";
+        QTest::addRow("a path that is not in the backup (%s)", qPrintable(kind)) << kind << "" << "zz/good" << "restored"
+            << 0 << failed << "zz/good is not in the backup" << "Correct path=";
+        QTest::addRow("a destination that fills up drops the file being written (%s)", qPrintable(kind)) << kind << ""
+            << "" << "full" << 0 << failed << "%1/full/big.bin could not be written: the destination is full"
+            << "Free space on the destination";
+        QTest::addRow("a read-only destination (%s)", qPrintable(kind)) << kind << "" << "" << "readonly" << 0 << failed
+            << "folder %1/readonly/zz could not be made: the destination is on a read-only file system"
+            << "Mount the destination's file system read-write";
+        QTest::addRow("a destination the service may not write (%s)", qPrintable(kind)) << kind << "" << "" << "locked"
+            << 0 << failed << "the service's user may not write in %1/locked (Permission denied)"
+            << "Give the service's user write permission on";
+    }
+    QTest::newRow("an archive entry named ../evil refuses the archive") << "zip" << "" << "" << "restored" << 2 << failed
+        << "holds an entry named '../evil', which would be written outside the destination; nothing was restored"
+        << "Restore only archives written by the zip operation";
+    QTest::newRow("a missing backup") << "copy" << "%1/missing" << "" << "restored" << 0 << failed
+        << "The backup %1/missing does not exist." << "Connect the drive that holds it";
+}
+
+void tst_Operations::restoresThatDoNotSucceedWriteNothing()
+{
+    QFETCH(QString, kind);
+    QFETCH(QString, source);
+    QFETCH(QString, path);
+    QFETCH(QString, into);
+    QFETCH(int, change);
+    QFETCH(quint64, outcome);
     QFETCH(QString, reason);
-    TaskAttribute task;
-    task.setOperationRegisterName(QStringLiteral("zip"));
-    task.setOperationParameter(parameter);
-    QString refused;
-    QCOMPARE(m_registry.Validate(task, refused), reason.isEmpty());
-    QVERIFY2(refused.contains(reason), qPrintable(refused));
+    QFETCH(QString, solution);
+    const QString restored = m_dir->filePath(into);
+    QVERIFY(QDir().mkpath(restored));
+    const QString skip = Obstruct(into, into == "locked" ? into : QString());
+    if (!skip.isEmpty())
+        QSKIP(qPrintable(skip));
+    writeFile(Source() + "/big.bin", bigContent(), QDateTime::currentDateTime());
+    writeFile(Source() + "/zz/evil", "evil", QDateTime::currentDateTime());
+    QString backup = Backup(kind);
+    if (change == 2) {
+        QFile archive(backup);
+        QVERIFY(archive.open(QIODevice::ReadWrite));
+        const QByteArray bytes = archive.readAll();
+        QVERIFY(archive.seek(0) && archive.write(QByteArray(bytes).replace("zz/evil", "../evil")) == bytes.size());
+    }
+    const Result result = Run(QStringLiteral("source=%1;destination=%2;path=%3")
+                                  .arg(source.isEmpty() ? backup : source.arg(m_dir->path()), restored, path).toUtf8(),
+                              [&](RunJob* job, quint64 done) {
+        if (change == 1 && done > 0)
+            job->Cancel();
+    }, "restore");
+    QCOMPARE(result.outcome, outcome);
+    QVERIFY2(result.reason.contains(reason.replace("%1", m_dir->path())), qPrintable(result.reason));
+    QVERIFY2(result.solution.contains(solution), qPrintable(result.solution));
+    QCOMPARE(filesBelow(restored), QStringList());
+    QVERIFY(!QFileInfo::exists(m_dir->filePath("evil")));
+}
+
+void tst_Operations::verifyReportsWhatIsWrong_data()
+{
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<int>("damage");   // 1 a file changed with size and time kept and one gone, 2 bytes of blob.bin
+                                       // flipped, 3 every copy gone, 4 the archive cut in half
+    QTest::addColumn<bool>("inRun");   // the backup itself verifies (verify=1), damaged as its verify starts
+    QTest::addColumn<QStringList>("reason");   // empty: succeeds
+    QTest::addColumn<QString>("solution");
+
+    const QStringList none;
+    QTest::newRow("an intact mirror passes") << "copy" << 0 << false << none << "";
+    QTest::newRow("an intact archive passes, also against its source") << "zip" << 0 << false << none << "";
+    QTest::newRow("a copy that verifies what it wrote passes") << "copy" << 0 << true << none << "";
+    QTest::newRow("a zip that verifies what it wrote keeps its archive") << "zip" << 0 << true << none << "";
+    QTest::newRow("a mirror file changed in content and one missing") << "copy" << 1 << false
+        << QStringList{"in 2 files: ", "d1/s1/f1.txt (missing)", "d2/s2/f2.txt (different in content)"}
+        << "Run the plan again to bring the copy up to date; if files keep differing in content";
+    QTest::newRow("a mirror with every copy gone lists twenty and counts the rest") << "copy" << 3 << false
+        << QStringList{"in 39 files: ", " (missing), and 19 more."} << "Run the plan again";
+    QTest::newRow("an archive with bytes flipped inside an entry names it") << "zip" << 2 << false
+        << QStringList{"has 1 problem: blob.bin (damaged: "} << "The archive is damaged: run the plan again";
+    QTest::newRow("an archive cut in half is unreadable") << "zip" << 4 << false
+        << QStringList{"could not be read: "} << "The archive is damaged";
+    QTest::newRow("a copy whose mirror is damaged while it verifies fails") << "copy" << 1 << true
+        << QStringList{"d2/s2/f2.txt (different in content)"} << "Run the plan again";
+    QTest::newRow("a zip whose archive is damaged while it verifies fails and keeps nothing") << "zip" << 2 << true
+        << QStringList{"blob.bin (damaged: ", "It was deleted."} << "The archive is damaged";
+}
+
+void tst_Operations::verifyReportsWhatIsWrong()
+{
+    QFETCH(QString, kind);
+    QFETCH(int, damage);
+    QFETCH(bool, inRun);
+    QFETCH(QStringList, reason);
+    QFETCH(QString, solution);
+    makeTree(Source(), false);
+    const QByteArray blob = randomBytes(64 * 1024);
+    writeFile(Source() + "/blob.bin", blob, QDateTime::currentDateTime());
+    const auto doDamage = [&](const QString& backup) {
+        if (damage == 1) {
+            changeKeepingSizeAndTime(backup + "/d2/s2/f2.txt");
+            QFile::remove(backup + "/d1/s1/f1.txt");
+        } else if (damage == 2) {
+            flipInside(backup, blob);
+        } else if (damage == 3) {
+            QDir(backup).removeRecursively();
+            QDir().mkpath(backup);
+        } else if (damage == 4) {
+            QFile::resize(backup, QFileInfo(backup).size() / 2);
+        }
+    };
+    Result result;
+    bool moved = false;
+    const QString backup = Backup(kind, inRun ? "\nverify=1" : "", [&](RunJob*, quint64 done) {
+        if (inRun && done == 0 && moved) {   // the verify's progress starts over
+            const QStringList parts = QDir(Destination()).entryList({".*.part"}, QDir::Files | QDir::Hidden);
+            doDamage(kind == "zip" ? Destination() + '/' + parts.value(0) : Destination());
+        }
+        moved = moved || done > 0;
+    }, &result);
+    if (!inRun) {
+        QCOMPARE(result.outcome, quint64(SchedulerProtocol::Succeeded));
+        doDamage(backup);
+        const QString source = damage == 2 || damage == 4 ? QString() : Source();   // an archive alone
+        result = Run(QStringLiteral("backup=%1;source=%2").arg(backup, source).toUtf8(), Hook(), "verify");
+    }
+    QCOMPARE(result.outcome, quint64(reason.isEmpty() ? SchedulerProtocol::Succeeded : SchedulerProtocol::Failed));
+    for (const QString& part : reason)
+        QVERIFY2(result.reason.contains(part), qPrintable(result.reason));
+    QVERIFY2(solution.isEmpty() ? result.solution.isEmpty() : result.solution.startsWith(solution),
+             qPrintable(result.solution));
+    if (inRun && kind == "zip")
+        QCOMPARE(filesBelow(Destination()).size(), reason.isEmpty() ? 1 : 0);
+    if (reason.isEmpty())
+        QCOMPARE(result.progress.last().first, result.progress.last().second);
 }
 
 QTEST_GUILESS_MAIN(tst_Operations)

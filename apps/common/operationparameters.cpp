@@ -28,3 +28,13 @@ bool OperationParameters::Parse(const QByteArray& block, const QStringList& know
     }
     return true;
 }
+
+bool OperationParameters::Switch(const QString& key, bool& on, QString& reason) const
+{
+    const QString value = Value(key);
+    on = value == QLatin1String("1");
+    if (value.isEmpty() || value == QLatin1String("0") || on)
+        return true;
+    reason = QStringLiteral("'%1=%2' is neither %1=0 nor %1=1.").arg(key, value);
+    return false;
+}

@@ -15,6 +15,8 @@ public:
     bool Parse(const QByteArray& block, const QStringList& knownKeys, QString& reason);
 
     QString Value(const QString& key) const { return m_values.value(key); }
+    // A 0|1 key, 0 when absent; false with a reason when it holds anything else.
+    bool Switch(const QString& key, bool& on, QString& reason) const;
 
 private:
     QMap<QString, QString> m_values;

@@ -1,5 +1,6 @@
 #include "copyjob.h"
 
+#include "backupverifier.h"
 #include "operationparameters.h"
 #include "protocol.h"
 
@@ -19,7 +20,7 @@ namespace {
 constexpr qint64 kChunk = 1024 * 1024;
 
 const QString kExpected = QStringLiteral(
-    "copy wants source=FOLDER and destination=FOLDER lines (exclude=PATTERNS is optional).");
+    "copy wants source=FOLDER and destination=FOLDER lines (exclude=PATTERNS and verify=0|1 are optional).");
 const QString kExcludeHint = QStringLiteral("or leave it out with exclude=PATTERN");
 
 // The permissions of the file itself: the "User" flags say what this process may do, not the mode.
@@ -33,14 +34,16 @@ QFileDevice::Permissions modeOf(const QFileInfo& info)
 QString CopySettings::ParameterHelp()
 {
     return QStringLiteral("source=FOLDER and destination=FOLDER lines (absolute; the destination must exist), "
-                          "optional exclude=PATTERNS (comma-separated wildcards on names or relative paths); "
+                          "optional exclude=PATTERNS (comma-separated wildcards on names or relative paths) and "
+                          "verify=0|1 (1 compares the mirror with the source afterwards; default 0); "
                           "mirrors the source, copying only what changed; can be cancelled");
 }
 
 bool CopySettings::Parse(const QByteArray& block, CopySettings& settings, QString& reason)
 {
     OperationParameters parameters;
-    const QStringList keys{QStringLiteral("source"), QStringLiteral("destination"), QStringLiteral("exclude")};
+    const QStringList keys{QStringLiteral("source"), QStringLiteral("destination"), QStringLiteral("exclude"),
+                           QStringLiteral("verify")};
     if (!parameters.Parse(block, keys, reason)) {
         reason += QLatin1Char(' ') + kExpected;
         return false;
@@ -64,14 +67,24 @@ bool CopySettings::Parse(const QByteArray& block, CopySettings& settings, QStrin
                      .arg(settings.destination, settings.source);
         return false;
     }
-    settings.excludes.clear();
-    for (const QString& pattern : parameters.Value(keys[2]).split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+    if (!parameters.Switch(keys[3], settings.verify, reason)) {
+        reason += QLatin1Char(' ') + kExpected;
+        return false;
+    }
+    return ParseExcludes(parameters.Value(keys[2]), kExpected, settings.excludes, reason);
+}
+
+bool CopySettings::ParseExcludes(const QString& patterns, const QString& expected,
+                                 QList<QRegularExpression>& excludes, QString& reason)
+{
+    excludes.clear();
+    for (const QString& pattern : patterns.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
         const QRegularExpression expression(QRegularExpression::wildcardToRegularExpression(pattern.trimmed()));
         if (!expression.isValid()) {
-            reason = QStringLiteral("'%1' is not a wildcard pattern. ").arg(pattern.trimmed()) + kExpected;
+            reason = QStringLiteral("'%1' is not a wildcard pattern. ").arg(pattern.trimmed()) + expected;
             return false;
         }
-        settings.excludes << expression;
+        excludes << expression;
     }
     return true;
 }
@@ -87,27 +100,37 @@ bool CopySettings::IsExcluded(const QString& relativePath) const
 quint64 CopyJob::Work(QString& reason, QString& solution)
 {
     m_copiedFiles = 0;
-    const bool succeeded = Prepare() && CopyAll();
+    QString refused;
+    const bool succeeded =
+        (CopySettings::Parse(m_task.getOperationParameter(), m_settings, refused)
+         || Fail(refused, QStringLiteral("Edit the plan's parameter, then run it again.")))
+        && Mirror() && (!m_settings.verify || Verify());
     if (succeeded)
-        ReportProgress(m_total, m_total);
+        EndProgress();
     return Conclude(succeeded,
                     QStringLiteral("The copy was cancelled after %1 of %2 bytes; the file being written was dropped.")
-                        .arg(m_done)
-                        .arg(m_total),
+                        .arg(ProgressDone())
+                        .arg(ProgressTotal()),
                     reason, solution);
 }
 
-bool CopyJob::Prepare()
+bool CopyJob::Mirror()
 {
-    QString reason;
-    if (!CopySettings::Parse(m_task.getOperationParameter(), m_settings, reason))
-        return Fail(reason, QStringLiteral("Edit the plan's parameter, then run it again."));
-    return CheckFolders() && Walk() && MakeFolders();
+    return CheckFolders() && Walk() && MakeFolders() && CopyAll();
+}
+
+// The mirror against the source, as a phase of its own with progress from 0 again.
+bool CopyJob::Verify()
+{
+    EndProgress();
+    QString reason, solution;
+    return BackupVerifier(*this).CheckMirror(m_settings, reason, solution)
+           || (reason.isEmpty() ? false : Fail(reason, solution));
 }
 
 bool CopyJob::CopyAll()
 {
-    ReportProgress(0, m_total);
+    BeginProgress(m_tree.totalBytes);
     m_buffer.resize(kChunk);
     for (const SourceFile& file : m_tree.files) {
         if (IsCancelled() || !CopyOne(file))
@@ -130,12 +153,9 @@ bool CopyJob::CheckFolders()
 
 bool CopyJob::Walk()
 {
-    m_done = 0;
-    m_lastRatio = 0;
     QString reason, solution;
     if (!m_tree.Walk(m_settings, [this] { return IsCancelled(); }, reason, solution))
         return reason.isEmpty() ? false : Fail(reason, solution);
-    m_total = m_tree.totalBytes;
     return true;
 }
 
@@ -169,9 +189,8 @@ bool CopyJob::CopyOne(const SourceFile& file)
     if (source.size() != file.size)
         return FailChangedSize(from, file.size);
     const QFileInfo target(to);
-    if (target.isFile() && target.size() == file.size
-        && target.lastModified().toSecsSinceEpoch() == source.lastModified().toSecsSinceEpoch()) {
-        AddDone(file.size);
+    if (IsKept(target, source)) {
+        AddProgress(static_cast<quint64>(file.size));
         return true;
     }
     // A save file refuses to replace a copy it may not write: a read-only source made it so.
@@ -207,7 +226,7 @@ bool CopyJob::Transfer(QFile& in, QSaveFile& out, const SourceFile& file)
         if (out.write(m_buffer.constData(), read) != read)
             return FailWriting(out.fileName(), out.errorString());
         left -= read;
-        AddDone(read);
+        AddProgress(static_cast<quint64>(read));
     }
     char more = 0;
     if (in.read(&more, 1) != 0)
@@ -226,15 +245,19 @@ bool CopyJob::KeepAttributes(const QString& from, const QString& to)
     return true;
 }
 
-void CopyJob::AddDone(qint64 bytes)
+// A file already at the destination stays when it is up to date, or whatever it is when told to keep.
+bool CopyJob::IsKept(const QFileInfo& target, const QFileInfo& source) const
 {
-    m_done += static_cast<quint64>(bytes);
-    int total = 0;
-    int current = 0;
-    if (!CommonTools::CalculateProgress(m_total, m_done, total, current, m_lastRatio))
-        return;
-    m_lastRatio = static_cast<float>(current) / static_cast<float>(total);
-    ReportProgress(m_done, m_total);
+    switch (m_settings.existing) {
+    case CopySettings::Existing::Keep:
+        return target.exists() || target.isSymLink();
+    case CopySettings::Existing::Replace:
+        return false;
+    case CopySettings::Existing::ReplaceChanged:
+        break;
+    }
+    return target.isFile() && target.size() == source.size()
+           && target.lastModified().toSecsSinceEpoch() == source.lastModified().toSecsSinceEpoch();
 }
 
 // A file gone since the walk is told as such, whatever error reading it gave.

@@ -2,6 +2,8 @@
 
 #include "copyjob.h"
 #include "protocol.h"
+#include "restorejob.h"
+#include "verifyjob.h"
 #include "zipjob.h"
 
 namespace {
@@ -104,6 +106,18 @@ OperationRegistry OperationRegistry::WithBuiltIns()
                            return ZipSettings::Parse(parameter, settings, reason);
                        },
                        maker<ZipJob>()});
+    registry.Register({QStringLiteral("restore"), RestoreSettings::ParameterHelp(),
+                       [](const QByteArray& parameter, QString& reason) {
+                           RestoreSettings settings;
+                           return RestoreSettings::Parse(parameter, settings, reason);
+                       },
+                       maker<RestoreJob>()});
+    registry.Register({QStringLiteral("verify"), VerifySettings::ParameterHelp(),
+                       [](const QByteArray& parameter, QString& reason) {
+                           VerifySettings settings;
+                           return VerifySettings::Parse(parameter, settings, reason);
+                       },
+                       maker<VerifyJob>()});
     return registry;
 }
 

@@ -20,7 +20,8 @@ public:
         std::function<RunJob*(const TaskAttribute& task)> create;
     };
 
-    // The registry with the built-in operations: "noop", "fail", "sleep" and "copy".
+    // The registry with the built-in operations: "noop", "fail", "sleep", "copy", "zip",
+    // "restore" and "verify".
     static OperationRegistry WithBuiltIns();
 
     void Register(const Operation& operation);

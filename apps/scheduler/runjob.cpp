@@ -75,3 +75,22 @@ bool RunJob::SleepUnlessCancelled(int ms)
         m_wake.wait(&m_wakeMutex, deadline);
     return m_cancelled.load();
 }
+
+void RunJob::BeginProgress(quint64 total)
+{
+    m_progressTotal = total;
+    m_progressDone = 0;
+    m_lastRatio = 0;
+    ReportProgress(0, total);
+}
+
+void RunJob::AddProgress(quint64 bytes)
+{
+    m_progressDone += bytes;
+    int total = 0;
+    int current = 0;
+    if (!CommonTools::CalculateProgress(m_progressTotal, m_progressDone, total, current, m_lastRatio))
+        return;
+    m_lastRatio = static_cast<float>(current) / static_cast<float>(total);
+    ReportProgress(m_progressDone, m_progressTotal);
+}

@@ -58,6 +58,15 @@ protected:
 public:
     void SetPlanName(const QString& name) { m_planName = name; }
 
+    // Byte progress of one phase of Work, for the job and the helpers it runs on its thread:
+    // BeginProgress reports 0 of total, AddProgress reports as often as CommonTools::CalculateProgress
+    // finds worth it, EndProgress reports the whole.
+    void BeginProgress(quint64 total);
+    void AddProgress(quint64 bytes);
+    void EndProgress() { ReportProgress(m_progressTotal, m_progressTotal); }
+    quint64 ProgressDone() const { return m_progressDone; }
+    quint64 ProgressTotal() const { return m_progressTotal; }
+
 private:
     QThread* m_thread = nullptr;
     std::atomic<bool> m_cancelled{false};
@@ -65,6 +74,9 @@ private:
     QString m_failSolution;
     QMutex m_wakeMutex;
     QWaitCondition m_wake;
+    quint64 m_progressTotal = 0;
+    quint64 m_progressDone = 0;
+    float m_lastRatio = 0;
 };
 
 #endif

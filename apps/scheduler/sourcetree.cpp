@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 QString JoinedPath(const QString& root, const QString& relativePath)
@@ -22,6 +23,22 @@ bool IsWithinPath(const QString& inner, const QString& outer)
 {
     const QString prefix = outer.endsWith(QLatin1Char('/')) ? outer : outer + QLatin1Char('/');
     return inner == outer || inner.startsWith(prefix);
+}
+
+bool MakeFolderPath(const QString& path, int& error)
+{
+    if (QFileInfo(path).isDir())
+        return true;
+    const QString parent = QFileInfo(path).path();
+    if (parent != path && !MakeFolderPath(parent, error))
+        return false;
+    if (::mkdir(QFile::encodeName(path).constData(), 0777) == 0)
+        return true;
+    error = errno;
+    if (error != EEXIST)
+        return false;
+    error = ENOTDIR;   // a file stands where the folder should be
+    return QFileInfo(path).isDir();
 }
 
 namespace {
@@ -58,10 +75,9 @@ bool SourceTree::CheckFolders(const CopySettings& settings, const QString& desti
 bool SourceTree::Walk(const CopySettings& settings, const std::function<bool()>& cancelled, QString& reason,
                       QString& solution)
 {
-    folders.clear();
-    files.clear();
-    totalBytes = 0;
-    QStringList pending{QString()};
+    QStringList pending;
+    if (!Start(settings, pending, reason, solution))
+        return false;
     while (!pending.isEmpty()) {
         if (cancelled())
             return false;
@@ -95,4 +111,32 @@ bool SourceTree::Walk(const CopySettings& settings, const std::function<bool()>&
         }
     }
     return true;
+}
+
+// The walk starts at the root, or at settings.only after the folders above it; a file alone ends it.
+bool SourceTree::Start(const CopySettings& settings, QStringList& pending, QString& reason, QString& solution)
+{
+    folders.clear();
+    files.clear();
+    totalBytes = 0;
+    pending = QStringList{settings.only};
+    if (settings.only.isEmpty())
+        return true;
+    const QStringList parts = settings.only.split(QLatin1Char('/'));
+    for (int i = 1; i < parts.size(); ++i)
+        folders << parts.mid(0, i).join(QLatin1Char('/'));
+    const QFileInfo info(JoinedPath(settings.source, settings.only));
+    if (info.isDir() && !info.isSymLink()) {
+        folders << settings.only;
+        return true;
+    }
+    pending.clear();
+    if (info.isFile() && !info.isSymLink()) {
+        files.push_back({settings.only, info.size()});
+        totalBytes = static_cast<quint64>(info.size());
+        return true;
+    }
+    reason = QStringLiteral("%1 is not in the backup %2.").arg(settings.only, settings.source);
+    solution = QStringLiteral("Correct path= (a file or folder relative to the backup's root), then run again.");
+    return false;
 }

@@ -1,5 +1,6 @@
 #include "zipjob.h"
 
+#include "backupverifier.h"
 #include "operationparameters.h"
 #include "protocol.h"
 
@@ -15,9 +16,10 @@
 namespace {
 
 const QString kExpected = QStringLiteral(
-    "zip wants source=FOLDER and destination=FOLDER lines (exclude=PATTERNS and keep=NUMBER are optional).");
+    "zip wants source=FOLDER and destination=FOLDER lines (exclude=PATTERNS, keep=NUMBER and verify=0|1 are "
+    "optional).");
 const QString kCopyExpected = QStringLiteral(
-    "copy wants source=FOLDER and destination=FOLDER lines (exclude=PATTERNS is optional).");
+    "copy wants source=FOLDER and destination=FOLDER lines (exclude=PATTERNS and verify=0|1 are optional).");
 const QString kStampFormat = QStringLiteral("yyyyMMdd-hhmmss");
 constexpr double kProgressPrecision = 0.001;
 constexpr int kNameTries = 3;
@@ -53,7 +55,8 @@ QString ZipSettings::ParameterHelp()
 {
     return QStringLiteral("source=FOLDER and destination=FOLDER lines (absolute; the destination must exist), "
                           "optional exclude=PATTERNS (as for copy) and keep=NUMBER (archives of the plan to keep, "
-                          "0 keeps all; default 0); writes the source into a new PLAN-ID-yyyyMMdd-hhmmss.zip "
+                          "0 keeps all; default 0) and verify=0|1 (1 reads the new archive back, checking every "
+                          "entry, before it is kept; default 0); writes the source into a new PLAN-ID-yyyyMMdd-hhmmss.zip "
                           "(the plan's name, the start of its id, the run's start); can be cancelled");
 }
 
@@ -62,7 +65,7 @@ bool ZipSettings::Parse(const QByteArray& block, ZipSettings& settings, QString&
 {
     OperationParameters parameters;
     const QStringList keys{QStringLiteral("source"), QStringLiteral("destination"), QStringLiteral("exclude"),
-                           QStringLiteral("keep")};
+                           QStringLiteral("keep"), QStringLiteral("verify")};
     if (!parameters.Parse(block, keys, reason)) {
         reason += QLatin1Char(' ') + kExpected;
         return false;
@@ -74,8 +77,9 @@ bool ZipSettings::Parse(const QByteArray& block, ZipSettings& settings, QString&
         reason = QStringLiteral("'%1' is not a number of archives to keep (0 keeps all). ").arg(keep) + kExpected;
         return false;
     }
-    const QByteArray folders = QStringLiteral("source=%1\ndestination=%2\nexclude=%3")
-                                   .arg(parameters.Value(keys[0]), parameters.Value(keys[1]), parameters.Value(keys[2]))
+    const QByteArray folders = QStringLiteral("source=%1\ndestination=%2\nexclude=%3\nverify=%4")
+                                   .arg(parameters.Value(keys[0]), parameters.Value(keys[1]), parameters.Value(keys[2]),
+                                        parameters.Value(keys[4]))
                                    .toUtf8();
     if (CopySettings::Parse(folders, settings.folders, reason))
         return true;
@@ -166,7 +170,7 @@ bool ZipJob::Write()
     if (!archive)
         return false;
     ReportProgress(0, m_total);
-    if (!AddEntries(archive) || !Close(archive)) {
+    if (!AddEntries(archive) || !Close(archive) || !Verify()) {
         QFile::remove(m_partPath);
         return false;
     }
@@ -178,6 +182,17 @@ bool ZipJob::Write()
     }
     m_archive = target;
     return true;
+}
+
+// With verify=1, the archive is read back whole before it gets its name: a damaged one is not kept.
+bool ZipJob::Verify()
+{
+    if (!m_settings.folders.verify)
+        return true;
+    QString reason, solution;
+    if (BackupVerifier(*this).CheckArchive(m_partPath, nullptr, reason, solution))
+        return true;
+    return reason.isEmpty() ? false : Fail(reason + QStringLiteral(" It was deleted."), solution);
 }
 
 // Opened through a file source, whose error keeps the system's error number (zip_open's does not).

@@ -7,8 +7,8 @@
 
 struct zip;
 
-// What a zip backup is told by its parameter block: the folders and excludes of a copy, and how
-// many archives of the plan to keep (0 keeps all).
+// What a zip backup is told by its parameter block: the folders, excludes and verify switch of a
+// copy, and how many archives of the plan to keep (0 keeps all).
 struct ZipSettings {
     CopySettings folders;
     int keep = 0;
@@ -42,6 +42,7 @@ private:
     zip* Open();
     bool AddEntries(zip* archive);
     bool Close(zip* archive);
+    bool Verify();
     bool FailReadingSource(const QString& message);
     bool Prune();
     void OnProgress(double ratio);
