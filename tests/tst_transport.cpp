@@ -57,6 +57,15 @@ QByteArray encode(CommCommand* command)
 }
 
 // A request package carrying the number n in its request data.
+// Whether the other end has closed the connection.
+bool isClosed(QIODevice* socket)
+{
+    if (auto* local = qobject_cast<QLocalSocket*>(socket))
+        return local->state() == QLocalSocket::UnconnectedState;
+    auto* tcp = qobject_cast<QAbstractSocket*>(socket);
+    return tcp && tcp->state() == QAbstractSocket::UnconnectedState;
+}
+
 QByteArray numberedPackage(quint32 n)
 {
     RequestCommand request(CustomCommandType);
@@ -397,15 +406,22 @@ void tst_Transport::misbehavingPeers_data()
     QTest::addColumn<QByteArray>("bytes");
     QTest::addColumn<bool>("vanish");
     QTest::addColumn<QString>("serverLog");
+    QTest::addColumn<qint64>("limit");   // the server's package size limit; 0: none
 
     const QByteArray package = numberedPackage(5);
     QTest::newRow("a client killed in the middle of a package") << false << package.left(package.size() / 2) << true
-        << QStringLiteral("^WARN Server (local|tcp) socket comm occurred error : ");
+        << QStringLiteral("^WARN Server (local|tcp) socket comm occurred error : ") << qint64(0);
     QTest::newRow("garbage bytes, read as a huge length that is waited for")
-        << false << QByteArray("GET / HTTP/1.1\r\nHost: x\r\n\r\n") << false << QString();
+        << false << QByteArray("GET / HTTP/1.1\r\nHost: x\r\n\r\n") << false << QString() << qint64(0);
     QTest::newRow("a declared length below 8") << false << QByteArray::fromHex("0000000000000003deadbeef") << false
-        << QStringLiteral("^ERROR Server read block bytes failed in the onreadyRead\\.$");
-    QTest::newRow("a new client after Stop is accepted but never read") << true << package << false << QString();
+        << QStringLiteral("^ERROR Server read block bytes failed in the onreadyRead\\.$") << qint64(0);
+    QTest::newRow("a new client after Stop is accepted but never read") << true << package << false << QString()
+                                                                        << qint64(0);
+    QTest::newRow("a declared length above the limit closes the connection, read no further")
+        << false << QByteArray::fromHex("0000000000001001") + QByteArray(8192, 'x') << false
+        << QStringLiteral("^WARN Server closed a connection that declared a package of 4097 bytes, above its limit "
+                          "of 4096\\.$")
+        << qint64(4096);
 }
 
 void tst_Transport::misbehavingPeers()
@@ -414,9 +430,11 @@ void tst_Transport::misbehavingPeers()
     QFETCH(QByteArray, bytes);
     QFETCH(bool, vanish);
     QFETCH(QString, serverLog);
+    QFETCH(qint64, limit);
 
     ServerOnThread server;
     QVERIFY(server.start());
+    runOn(server.server(), [&] { server.server()->SetMaxPackageSize(limit); });
     ClientOnThread good;
     QVERIFY(good.connectTo(server.endpoint));
     QVERIFY(good.roundTrip(1));
@@ -436,6 +454,8 @@ void tst_Transport::misbehavingPeers()
     QVERIFY(good.roundTrip(3));
     QCOMPARE(server.count(), 3);
     QCOMPARE(peer->bytesAvailable(), qint64(0));
+    if (limit > 0)   // the peer was let go
+        QTRY_VERIFY_WITH_TIMEOUT(isClosed(peer.get()), 5000);
 }
 
 // An answer reaches a peer that is still there, given on any thread, even one without an

@@ -328,9 +328,11 @@ int AgentCommands::StartOnce(const QString& operation, const QByteArray& paramet
             m_out << run.getPlanUuid() << "\n";
         return ExitOk;
     }
-    if (!m_options.Json())
+    if (!m_options.Json()) {
         m_err << "backupframe-agent: one-off run " << run.getPlanUuid() << " ('"
               << AgentOutput::Escaped(run.getPlanName()) << "')\n";
+        m_err.flush();
+    }
     m_followingOnce = true;
     return FollowRun(run, follow, interrupted);
 }
