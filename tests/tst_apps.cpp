@@ -212,7 +212,7 @@ private slots:
     void missedOccurrenceRunsOnceAfterRestart();
     void runCutShortIsJournaledAsInterrupted_data();
     void runCutShortIsJournaledAsInterrupted();
-    void aLargeTreeIsCopiedCancelledAndZipped();
+    void aLargeTreeIsBackedUpRestoredAndVerified();
     void subscribersAreToldOfARunInOrder();
     void aSubscriberThatDoesNotReadIsCutOff();
     void followShowsTheRunLive_data();
@@ -1054,7 +1054,7 @@ void tst_Apps::runCutShortIsJournaledAsInterrupted()
 
 // A few hundred small files and three large ones, 300 MiB in all: copied with monotonic progress
 // while the service answers, copied again only where changed, cancelled mid-file, zipped.
-void tst_Apps::aLargeTreeIsCopiedCancelledAndZipped()
+void tst_Apps::aLargeTreeIsBackedUpRestoredAndVerified()
 {
     const QString source = m_dir->filePath(QStringLiteral("source"));
     const QString mirror = m_dir->filePath(QStringLiteral("mirror"));
@@ -1147,6 +1147,37 @@ void tst_Apps::aLargeTreeIsCopiedCancelledAndZipped()
     const QString unpacked = m_dir->filePath(QStringLiteral("unpacked"));
     QCOMPARE(QProcess::execute(QStringLiteral("unzip"), {"-qq", archive, "-d", unpacked}), 0);
     QCOMPARE(digests(unpacked), digests(source));
+
+    // What the plans wrote comes back: the mirror whole, one folder of the archive alone.
+    QCOMPARE(values(AgentJson({"backups", zipPlan}).array().first(), {"kind", "path"}), (QStringList{"archive", archive}));
+    const QString whole = m_dir->filePath(QStringLiteral("restored/whole"));
+    QCOMPARE(Agent({"restore", plan, "--to", whole, "--wait"}).code, 0);
+    QCOMPARE(digests(whole), digests(source));
+    const QString part = m_dir->filePath(QStringLiteral("restored/part"));
+    QCOMPARE(Agent({"restore", zipPlan, "--path", "d3", "--to", part, "--wait"}).code, 0);
+    QMap<QString, QByteArray> d3 = digests(source);
+    for (const QString& file : d3.keys())
+        if (!file.startsWith("d3/"))
+            d3.remove(file);
+    QCOMPARE(digests(part), d3);
+    // A file that is there is kept, unless told.
+    QVERIFY(writeFile(part + "/d3/f3", "mine"));
+    QCOMPARE(Agent({"restore", zipPlan, "--path", "d3/f3", "--to", part, "--wait"}).code, 0);
+    QCOMPARE(digests(part).value("d3/f3"), QCryptographicHash::hash("mine", QCryptographicHash::Sha1));
+    QCOMPARE(Agent({"restore", zipPlan, "--path", "d3/f3", "--to", part, "--overwrite", "--wait"}).code, 0);
+    QCOMPARE(digests(part), d3);
+
+    // A mirror file changed behind the plan's back is found, by name and what differs.
+    QFile changed(mirror + "/d5/f5");
+    const QDateTime time = QFileInfo(changed).lastModified();
+    QVERIFY(changed.open(QIODevice::ReadWrite) && changed.write("X") == 1);
+    changed.close();
+    QVERIFY(changed.open(QIODevice::ReadWrite) && changed.setFileTime(time, QFileDevice::FileModificationTime));
+    changed.close();
+    const AgentRun verified = Agent({"verify", plan, "--wait"});
+    QCOMPARE(verified.code, 4);
+    QVERIFY2(verified.out.contains("d5/f5 (different in content"), qPrintable(verified.out));
+    QCOMPARE(Agent({"verify", zipPlan, "--wait"}).code, 0);
 }
 
 void tst_Apps::subscribersAreToldOfARunInOrder()
