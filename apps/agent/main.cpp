@@ -1,13 +1,15 @@
 // backupframe-agent: the command-line front end of the reference scheduler service.
 //
-//   backupframe-agent [--server-name NAME] [--tcp] [--config FILE] [--timeout SECONDS] [--json]
-//                     COMMAND [ARGUMENTS] [OPTIONS]
+//   backupframe-agent [--server-name NAME] [--tcp [--host ADDRESS] [--secret-file FILE]]
+//                     [--config FILE] [--timeout SECONDS] [--json] COMMAND [ARGUMENTS] [OPTIONS]
 //
-// Commands: status, plans, show, new, edit, delete, run, cancel, journals, journal-delete,
-// email show|set|test, help [COMMAND] (--help lists their arguments and options, 'help COMMAND'
-// those of one; --version prints the version). Each run opens one
-// connection, sends its requests one at a time and waits at most --timeout seconds
-// (default 5) for the connection and for each answer.
+// Commands: status, plans, show, new, edit, delete, run, cancel, operations, once, once-cancel,
+// once-delete, backups, restore, verify, export, import, support-bundle, journals,
+// journal-delete, email show|set|test, help [COMMAND] (--help lists their arguments and options,
+// 'help COMMAND' those of one; --version prints the version). Each run opens one connection,
+// sends its requests one at a time and waits at most --timeout seconds (default 5) for the
+// connection and for each answer; run/once/restore/verify with --wait or --follow subscribe
+// to the scheduler's events and wait for the run's journal.
 //
 // Exit codes:
 //   0  done
@@ -18,8 +20,9 @@
 //   3  no scheduler answers: nothing serves the endpoint, no answer within the timeout
 //      (the request may still have been carried out), the connection was lost or the
 //      answer could not be read
-//   4  run --wait: the run failed (the plan's resultCode 1)
-//   5  run --wait: the run was cancelled or interrupted (resultCode 2 or 3)
+//   4  --wait/--follow: the run failed (the plan's resultCode 1)
+//   5  --wait/--follow: the run was cancelled or interrupted (resultCode 2 or 3)
+//   130 --wait/--follow: Ctrl-C, and the run was left running
 //
 // Output: tables or JSON (--json) on stdout, UTF-8; failures as one line on stderr (for
 // --json also {"error": ..., "exitCode": N} on stdout). Table cells show control
