@@ -6,7 +6,7 @@
 // percentile), the same through the full client road (RequestCommunCommand, dispatch queue,
 // manager slot, worker on its own thread), and 1 MiB packages echoed (throughput).
 //
-//   bench_transport [--header]
+//   bench_transport [--header] [round|throughput]
 //   bench_transport --serve lib|bare local|tcp NAME     (a server; prints "ready PORT")
 
 #include "benchtable.h"
@@ -204,7 +204,6 @@ std::vector<double> bareRoundTrips(bool tcp, const ServerProcess& server, const 
         socket.reset(s);
         s->connectToHost(QHostAddress::LocalHost, server.port());
         s->waitForConnected(10000);
-        s->setSocketOption(QAbstractSocket::LowDelayOption, 1);
     } else {
         auto* s = new QLocalSocket;
         socket.reset(s);
@@ -425,6 +424,12 @@ void throughput(bool tcp)
         bare.insert(bare.end(), b.begin(), b.end());
         lib.insert(lib.end(), l.begin(), l.end());
     }
+    if (qEnvironmentVariableIsSet("BENCH_DEBUG"))
+        std::fprintf(stderr, "lib p10 %.0f p50 %.0f p90 %.0f max %.0f us; bare p10 %.0f p50 %.0f p90 %.0f max %.0f us\n",
+                     BenchTable::percentile(lib, 0.1) * 1e6, BenchTable::percentile(lib, 0.5) * 1e6,
+                     BenchTable::percentile(lib, 0.9) * 1e6, BenchTable::percentile(lib, 1) * 1e6,
+                     BenchTable::percentile(bare, 0.1) * 1e6, BenchTable::percentile(bare, 0.5) * 1e6,
+                     BenchTable::percentile(bare, 0.9) * 1e6, BenchTable::percentile(bare, 1) * 1e6);
     // Both directions carry the package: twice its size per round trip.
     const double mib = 2.0 * package.size() / (1024.0 * 1024.0);
     BenchTable::row(std::string("throughput 1 MiB echoed ") + (tcp ? "tcp" : "local"),
@@ -450,10 +455,16 @@ int main(int argc, char* argv[])
     }
     if (args.contains(QStringLiteral("--header")))
         BenchTable::header();
-    smallRoundTrip(false);
-    smallRoundTrip(true);
-    throughput(false);
-    throughput(true);
+    // A case name (round, throughput) runs that case alone, for profiling.
+    const bool all = !args.contains(QStringLiteral("round")) && !args.contains(QStringLiteral("throughput"));
+    if (all || args.contains(QStringLiteral("round"))) {
+        smallRoundTrip(false);
+        smallRoundTrip(true);
+    }
+    if (all || args.contains(QStringLiteral("throughput"))) {
+        throughput(false);
+        throughput(true);
+    }
     return 0;
 }
 

@@ -24,6 +24,18 @@ qint64 declaredLength(const QByteArray& data, int offset)
     return declared;
 }
 
+// Drops the first count bytes the sink holds. The buffer is usually shared with a package just
+// emitted: removing in place would first copy all of it, so only the rest is copied, or nothing.
+void dropFront(SocketSinkData* psink, qint64 count)
+{
+    QByteArray& data = psink->getRfrnData();
+    if (count >= data.size())
+        psink->setData(QByteArray());
+    else if (data.isDetached())
+        psink->RemoveData(0, static_cast<int>(count));
+    else
+        psink->setData(data.mid(static_cast<int>(count)));
+}
 
 bool isKnownProtocol(quint64 protocolType)
 {
@@ -83,7 +95,7 @@ bool CommunObject::ReadBlockBytes(QIODevice* psocket, quint64 protocolType, Sock
             return true;
         }
         psink->setProgress(held - declared);
-        psink->RemoveData(0, static_cast<int>(declared));
+        dropFront(psink, declared);
         psink->setPackageSize(0);
     }
 }
@@ -113,7 +125,7 @@ bool CommunObject::EmitPackagesBeyondLimit(QIODevice* psocket, SocketSinkData* p
         declared = 0;
     }
     if (offset > 0) {
-        psink->RemoveData(0, static_cast<int>(offset));
+        dropFront(psink, offset);
         psink->setProgress(held - offset);
     }
     psink->setPackageSize(declared);
