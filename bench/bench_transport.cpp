@@ -7,7 +7,7 @@
 // manager slot, worker on its own thread), and 1 MiB packages echoed (throughput).
 //
 //   bench_transport [--header] [round|throughput]
-//   bench_transport --serve lib|bare local|tcp NAME     (a server; prints "ready PORT")
+//   bench_transport --serve lib|bare|hops local|tcp NAME    (a server; prints "ready PORT")
 
 #include "benchtable.h"
 
@@ -70,6 +70,12 @@ int serveLibrary(bool tcp, const QString& name)
     return QCoreApplication::exec();
 }
 
+// With hops, the bare sockets take the event-loop hops the transport's contract fixes: readyRead
+// reaches the reader through a queued connection, each complete package reaches its consumer
+// through another, and bytesWritten reaches the sender through a third. This shows the floor
+// those hops set.
+bool g_hops = false;
+
 // Echoes every complete package; the buffer keeps what follows it.
 void echoBare(QIODevice* socket, QByteArray& buffer)
 {
@@ -79,7 +85,12 @@ void echoBare(QIODevice* socket, QByteArray& buffer)
         const qint64 length = lengthAt(buffer.mid(offset, 8));
         if (length < 8 || buffer.size() - offset < length)
             break;
-        socket->write(buffer.constData() + offset, length);
+        if (g_hops) {
+            const QByteArray package = buffer.mid(offset, int(length));
+            QMetaObject::invokeMethod(socket, [socket, package] { socket->write(package); }, Qt::QueuedConnection);
+        } else {
+            socket->write(buffer.constData() + offset, length);
+        }
         offset += int(length);
     }
     if (offset > 0)
@@ -90,7 +101,10 @@ template <typename Socket>
 void attachBare(Socket* socket)
 {
     auto buffer = std::make_shared<QByteArray>();
-    QObject::connect(socket, &Socket::readyRead, socket, [socket, buffer] { echoBare(socket, *buffer); });
+    QObject::connect(socket, &Socket::readyRead, socket, [socket, buffer] { echoBare(socket, *buffer); },
+                     g_hops ? Qt::QueuedConnection : Qt::AutoConnection);
+    if (g_hops)
+        QObject::connect(socket, &Socket::bytesWritten, socket, [](qint64) {}, Qt::QueuedConnection);
     QObject::connect(socket, &Socket::disconnected, socket, &QObject::deleteLater);
 }
 
@@ -196,7 +210,7 @@ private:
 // ---- bare client ----
 
 std::vector<double> bareRoundTrips(bool tcp, const ServerProcess& server, const QByteArray& package, int count,
-                                   int runs)
+                                   int runs, bool hops = false)
 {
     std::unique_ptr<QIODevice> socket;
     if (tcp) {
@@ -219,9 +233,14 @@ std::vector<double> bareRoundTrips(bool tcp, const ServerProcess& server, const 
         const qint64 length = lengthAt(buffer);
         if (length >= 8 && buffer.size() >= length) {
             buffer.remove(0, int(length));
-            pingPong.done();
+            if (hops)
+                QMetaObject::invokeMethod(&pingPong, [&pingPong] { pingPong.done(); }, Qt::QueuedConnection);
+            else
+                pingPong.done();
         }
-    });
+    }, hops ? Qt::QueuedConnection : Qt::AutoConnection);
+    if (hops)
+        QObject::connect(device, &QIODevice::bytesWritten, &pingPong, [](qint64) {}, Qt::QueuedConnection);
     std::vector<double> all;
     for (int run = 0; run < runs; ++run) {
         const std::vector<double> samples = pingPong.run(count);
@@ -369,39 +388,40 @@ void smallRoundTrip(bool tcp)
     const std::string transport = tcp ? "tcp" : "local";
     ServerProcess bareServer;
     ServerProcess libServer;
-    if (!bareServer.start(QStringLiteral("bare"), tcp) || !libServer.start(QStringLiteral("lib"), tcp)) {
+    ServerProcess hopsServer;
+    if (!bareServer.start(QStringLiteral("bare"), tcp) || !libServer.start(QStringLiteral("lib"), tcp)
+        || !hopsServer.start(QStringLiteral("hops"), tcp)) {
         std::fprintf(stderr, "transport: cannot start the servers\n");
         return;
     }
-    // Warm both up, then interleave runs so that machine noise falls on both alike.
+    // Warm all up, then interleave runs so that machine noise falls on each alike.
     bareRoundTrips(tcp, bareServer, package, 200, 1);
     libraryRoundTrips(tcp, libServer, package, 200, 1);
+    bareRoundTrips(tcp, hopsServer, package, 200, 1, true);
     std::vector<double> bare;
     std::vector<double> lib;
-    for (int run = 0; run < kRuns; ++run) {
-        const std::vector<double> b = bareRoundTrips(tcp, bareServer, package, count, 1);
-        const std::vector<double> l = libraryRoundTrips(tcp, libServer, package, count, 1);
-        bare.insert(bare.end(), b.begin(), b.end());
-        lib.insert(lib.end(), l.begin(), l.end());
-    }
-    const std::string size = std::to_string(package.size()) + " B";
-    BenchTable::row("round trip " + size + " " + transport + ", median", medianOfRuns(lib, kRuns, 0.5) * 1e6,
-                    medianOfRuns(bare, kRuns, 0.5) * 1e6, "us");
-    BenchTable::row("round trip " + size + " " + transport + ", p99", medianOfRuns(lib, kRuns, 0.99) * 1e6,
-                    medianOfRuns(bare, kRuns, 0.99) * 1e6, "us");
-
+    std::vector<double> hops;
     std::vector<double> road;
-    std::vector<double> bare2;
+    const auto append = [](std::vector<double>& to, const std::vector<double>& from) {
+        to.insert(to.end(), from.begin(), from.end());
+    };
     for (int run = 0; run < kRuns; ++run) {
-        const std::vector<double> b = bareRoundTrips(tcp, bareServer, package, count, 1);
-        const std::vector<double> r = roadRoundTrips(tcp, libServer, 40, count, 1);
-        bare2.insert(bare2.end(), b.begin(), b.end());
-        road.insert(road.end(), r.begin(), r.end());
+        append(bare, bareRoundTrips(tcp, bareServer, package, count, 1));
+        append(lib, libraryRoundTrips(tcp, libServer, package, count, 1));
+        append(hops, bareRoundTrips(tcp, hopsServer, package, count, 1, true));
+        append(road, roadRoundTrips(tcp, libServer, 40, count, 1));
     }
-    BenchTable::row("full client road " + transport + ", median", medianOfRuns(road, kRuns, 0.5) * 1e6,
-                    medianOfRuns(bare2, kRuns, 0.5) * 1e6, "us");
-    BenchTable::row("full client road " + transport + ", p99", medianOfRuns(road, kRuns, 0.99) * 1e6,
-                    medianOfRuns(bare2, kRuns, 0.99) * 1e6, "us");
+    const std::string name = "round trip " + std::to_string(package.size()) + " B " + transport;
+    const std::string roadName = "full client road " + transport;
+    BenchTable::row(name + ", median", medianOfRuns(lib, kRuns, 0.5) * 1e6, medianOfRuns(bare, kRuns, 0.5) * 1e6, "us");
+    BenchTable::row(name + ", p99", medianOfRuns(lib, kRuns, 0.99) * 1e6, medianOfRuns(bare, kRuns, 0.99) * 1e6, "us");
+    BenchTable::row(roadName + ", median", medianOfRuns(road, kRuns, 0.5) * 1e6, medianOfRuns(bare, kRuns, 0.5) * 1e6,
+                    "us");
+    BenchTable::row(roadName + ", p99", medianOfRuns(road, kRuns, 0.99) * 1e6, medianOfRuns(bare, kRuns, 0.99) * 1e6,
+                    "us");
+    // The library beside bare sockets that take the contract's queued hops on each receive.
+    BenchTable::row(name + ", median vs hops", medianOfRuns(lib, kRuns, 0.5) * 1e6,
+                    medianOfRuns(hops, kRuns, 0.5) * 1e6, "us");
 }
 
 void throughput(bool tcp)
@@ -451,6 +471,7 @@ int main(int argc, char* argv[])
     }
     if (args.size() == 5 && args.at(1) == QLatin1String("--serve")) {
         const bool tcp = args.at(3) == QLatin1String("tcp");
+        g_hops = args.at(2) == QLatin1String("hops");
         return args.at(2) == QLatin1String("lib") ? serveLibrary(tcp, args.at(4)) : serveBare(tcp, args.at(4));
     }
     if (args.contains(QStringLiteral("--header")))
