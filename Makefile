@@ -29,7 +29,7 @@ BENCH_DIR ?= build-bench
 BENCHES = bench_codec bench_transport bench_queue bench_service bench_flood
 
 bench: bootstrap
-	@cmake -S . -B $(BENCH_DIR) -DCMAKE_BUILD_TYPE=Release > $(BENCH_DIR).configure.log || (cat $(BENCH_DIR).configure.log; exit 1)
+	@cmake -S . -B $(BENCH_DIR) -DCMAKE_BUILD_TYPE=Release -DBACKUPFRAME_BUILD_BENCH=ON > $(BENCH_DIR).configure.log || (cat $(BENCH_DIR).configure.log; exit 1)
 	@cmake --build $(BENCH_DIR) -j$(JOBS) --target $(BENCHES) backupframe-scheduler > $(BENCH_DIR).build.log || (cat $(BENCH_DIR).build.log; exit 1)
 	@nproc | sed 's/^/cores: /'
 	@./$(BENCH_DIR)/bench/bench_codec --header

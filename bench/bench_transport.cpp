@@ -4,7 +4,9 @@
 // QLocalSocket/QTcpSocket ping-pong with the same 8-byte length prefix and the same bytes,
 // event-loop driven on both sides. Cases: small package round trip (median and 99th
 // percentile), the same through the full client road (RequestCommunCommand, dispatch queue,
-// manager slot, worker on its own thread), and 1 MiB packages echoed (throughput).
+// manager slot, worker on its own thread or on the manager's), and 1 MiB packages echoed
+// (throughput). A third baseline adds to the bare sockets the queued hops the transport's
+// contract fixes, to show the floor they set.
 //
 //   bench_transport [--header] [round|throughput]
 //   bench_transport --serve lib|bare|hops local|tcp NAME    (a server; prints "ready PORT")
@@ -32,7 +34,7 @@
 
 namespace {
 
-const int kRuns = 5;
+const int kRuns = 7;
 
 qint64 lengthAt(const QByteArray& bytes)
 {
@@ -308,7 +310,9 @@ signals:
     void requestBytes(QByteArray bytes);
 };
 
-std::vector<double> roadRoundTrips(bool tcp, const ServerProcess& server, int payload, int count, int runs)
+// The worker on a thread of its own, as the agent has it, or on the manager's thread.
+std::vector<double> roadRoundTrips(bool tcp, const ServerProcess& server, int payload, int count, int runs,
+                                   bool workerThread = true)
 {
     CommunProducerConsumerManager dispatch;
     BenchManager manager;
@@ -318,11 +322,14 @@ std::vector<double> roadRoundTrips(bool tcp, const ServerProcess& server, int pa
     dispatch.Start();
 
     QThread thread;
-    thread.start();
     auto* work = new CommunClientWork;
-    work->moveToThread(&thread);
+    if (workerThread) {
+        thread.start();
+        work->moveToThread(&thread);
+    }
+    const Qt::ConnectionType blocking = workerThread ? Qt::BlockingQueuedConnection : Qt::DirectConnection;
     bool ready = false;
-    QMetaObject::invokeMethod(work, [&] { ready = work->Init(); }, Qt::BlockingQueuedConnection);
+    QMetaObject::invokeMethod(work, [&] { ready = work->Init(); }, blocking);
     QObject::connect(&manager, SIGNAL(requestBytes(QByteArray)), work, SLOT(onRequestData(QByteArray)),
                      Qt::QueuedConnection);
 
@@ -330,7 +337,7 @@ std::vector<double> roadRoundTrips(bool tcp, const ServerProcess& server, int pa
     attribute.setProtocolType(tcp ? CommunAttribute::TcpProtocol : CommunAttribute::LocalProtocol);
     attribute.setDestSvrNameIp(tcp ? QStringLiteral("127.0.0.1") : server.name());
     attribute.setDestPort(server.port());
-    QMetaObject::invokeMethod(work, [&] { work->SetCommunAttribute(attribute); }, Qt::BlockingQueuedConnection);
+    QMetaObject::invokeMethod(work, [&] { work->SetCommunAttribute(attribute); }, blocking);
     {
         QEventLoop loop;
         QObject::connect(work, &CommunClientWork::hostConnected, &loop, [&](quint64, QString, quint16, bool ok) {
@@ -358,7 +365,7 @@ std::vector<double> roadRoundTrips(bool tcp, const ServerProcess& server, int pa
             all.insert(all.end(), samples.begin(), samples.end());
         }
     }
-    QMetaObject::invokeMethod(work, [work] { work->UnInit(); delete work; }, Qt::BlockingQueuedConnection);
+    QMetaObject::invokeMethod(work, [work] { work->UnInit(); delete work; }, blocking);
     thread.quit();
     thread.wait();
     dispatch.Stop();
@@ -402,6 +409,7 @@ void smallRoundTrip(bool tcp)
     std::vector<double> lib;
     std::vector<double> hops;
     std::vector<double> road;
+    std::vector<double> roadOneThread;
     const auto append = [](std::vector<double>& to, const std::vector<double>& from) {
         to.insert(to.end(), from.begin(), from.end());
     };
@@ -410,6 +418,7 @@ void smallRoundTrip(bool tcp)
         append(lib, libraryRoundTrips(tcp, libServer, package, count, 1));
         append(hops, bareRoundTrips(tcp, hopsServer, package, count, 1, true));
         append(road, roadRoundTrips(tcp, libServer, 40, count, 1));
+        append(roadOneThread, roadRoundTrips(tcp, libServer, 40, count, 1, false));
     }
     const std::string name = "round trip " + std::to_string(package.size()) + " B " + transport;
     const std::string roadName = "full client road " + transport;
@@ -419,6 +428,8 @@ void smallRoundTrip(bool tcp)
                     "us");
     BenchTable::row(roadName + ", p99", medianOfRuns(road, kRuns, 0.99) * 1e6, medianOfRuns(bare, kRuns, 0.99) * 1e6,
                     "us");
+    BenchTable::row(roadName + ", worker on manager's thread", medianOfRuns(roadOneThread, kRuns, 0.5) * 1e6,
+                    medianOfRuns(bare, kRuns, 0.5) * 1e6, "us");
     // The library beside bare sockets that take the contract's queued hops on each receive.
     BenchTable::row(name + ", median vs hops", medianOfRuns(lib, kRuns, 0.5) * 1e6,
                     medianOfRuns(hops, kRuns, 0.5) * 1e6, "us");
@@ -444,12 +455,6 @@ void throughput(bool tcp)
         bare.insert(bare.end(), b.begin(), b.end());
         lib.insert(lib.end(), l.begin(), l.end());
     }
-    if (qEnvironmentVariableIsSet("BENCH_DEBUG"))
-        std::fprintf(stderr, "lib p10 %.0f p50 %.0f p90 %.0f max %.0f us; bare p10 %.0f p50 %.0f p90 %.0f max %.0f us\n",
-                     BenchTable::percentile(lib, 0.1) * 1e6, BenchTable::percentile(lib, 0.5) * 1e6,
-                     BenchTable::percentile(lib, 0.9) * 1e6, BenchTable::percentile(lib, 1) * 1e6,
-                     BenchTable::percentile(bare, 0.1) * 1e6, BenchTable::percentile(bare, 0.5) * 1e6,
-                     BenchTable::percentile(bare, 0.9) * 1e6, BenchTable::percentile(bare, 1) * 1e6);
     // Both directions carry the package: twice its size per round trip.
     const double mib = 2.0 * package.size() / (1024.0 * 1024.0);
     BenchTable::row(std::string("throughput 1 MiB echoed ") + (tcp ? "tcp" : "local"),
