@@ -13,6 +13,9 @@
 namespace {
 std::atomic<qint64> g_emitBufferLimit{CommunObject::kDefaultEmitBufferLimit};
 
+// The most one read call takes into the sink; the loop takes the rest.
+const qint64 kReadChunkLimit = 64 * 1024 * 1024;
+
 // The length field of the package that starts at offset: a big-endian qint64, read as the
 // stream of the package format reads it, without a stream and a copy per package.
 // Fewer than 8 bytes there read as 0, as from a stream that runs past its end.
@@ -65,7 +68,7 @@ bool CommunObject::ReadBlockBytes(QIODevice* psocket, quint64 protocolType, Sock
         LibraryLog::Error("Into the parameter pointer is null in the ReadBlockBytes.");
         return false;
     }
-    if (ReadSocketData(psocket, protocolType, psink).isEmpty()) {
+    if (ReadIntoSink(psocket, protocolType, psink) <= 0) {
         LibraryLog::Warn("Receive data return empty in the ReadBlockBytes.");
         return true;
     }
@@ -210,6 +213,27 @@ QByteArray CommunObject::ReadSocketData(QIODevice* psocket, quint64 protocolType
     psink->getRfrnData().append(bytes);
     psink->setProgress(psink->getProgress() + bytes.size());
     return bytes;
+}
+
+// Each chunk lands in the sink's buffer at once, instead of in an array of its own first.
+qint64 CommunObject::ReadIntoSink(QIODevice* psocket, quint64 protocolType, SocketSinkData* psink)
+{
+    if (!psocket || !psink || !IsSocketValid(psocket, protocolType))
+        return 0;
+    QByteArray& data = psink->getRfrnData();
+    qint64 total = 0;
+    for (qint64 available = psocket->bytesAvailable(); available > 0; available = psocket->bytesAvailable()) {
+        available = qMin<qint64>(available, kReadChunkLimit);
+        const int held = data.size();
+        data.resize(held + static_cast<int>(available));
+        const qint64 got = psocket->read(data.data() + held, available);
+        data.resize(held + static_cast<int>(qMax<qint64>(got, 0)));
+        if (got <= 0)
+            break;
+        total += got;
+    }
+    psink->setProgress(psink->getProgress() + total);
+    return total;
 }
 
 qint64 CommunObject::WriteSocketData(QIODevice* psocket, quint64 protocolType, const QByteArray& bytes)

@@ -65,6 +65,8 @@ signals:
 
 private:
     bool EmitPackagesBeyondLimit(QIODevice* psocket, SocketSinkData* psink);
+    // ReadSocketData without handing the bytes back: they are read straight into the sink.
+    qint64 ReadIntoSink(QIODevice* psocket, quint64 protocolType, SocketSinkData* psink);
 };
 
 #endif
