@@ -5,8 +5,8 @@
 // event-loop driven on both sides. Cases: small package round trip (median and 99th
 // percentile), the same through the full client road (RequestCommunCommand, dispatch queue,
 // manager slot, worker on its own thread or on the manager's), and 1 MiB packages echoed
-// (throughput). A third baseline adds to the bare sockets the queued hops the transport's
-// contract fixes, to show the floor they set.
+// (throughput). Further baselines add to the bare sockets the queued hops the transport's
+// contract fixes, and for the road also its thread handoffs, to show the floor they set.
 //
 //   bench_transport [--header] [round|throughput]
 //   bench_transport --serve lib|bare|hops local|tcp NAME    (a server; prints "ready PORT")
@@ -21,12 +21,14 @@
 #include <QHostAddress>
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QMutex>
 #include <QProcess>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryFile>
 #include <QThread>
 #include <QTimer>
+#include <QWaitCondition>
 #include <QtEndian>
 
 #include <functional>
@@ -251,6 +253,97 @@ std::vector<double> bareRoundTrips(bool tcp, const ServerProcess& server, const 
     return all;
 }
 
+// ---- the client road's floor with bare parts ----
+
+// A bounded queue (capacity 1000) with a consumer thread that hands each item to the main
+// thread through a queued call: the dispatch queue's mechanism, bare.
+class BareDispatch : public QThread
+{
+public:
+    std::function<void()> deliver;   // runs on the main thread, once per item
+
+    explicit BareDispatch(QObject* receiver) : m_receiver(receiver) {}
+    void put(bool stop = false)
+    {
+        QMutexLocker locker(&m_mutex);
+        m_items.append(stop);
+        m_notEmpty.wakeOne();
+    }
+    void stop() { put(true); wait(); }
+
+protected:
+    void run() override
+    {
+        for (;;) {
+            bool stop = false;
+            {
+                QMutexLocker locker(&m_mutex);
+                while (m_items.isEmpty())
+                    m_notEmpty.wait(&m_mutex);
+                stop = m_items.takeFirst();
+            }
+            if (stop)
+                return;
+            QMetaObject::invokeMethod(m_receiver, [this] { deliver(); }, Qt::QueuedConnection);
+        }
+    }
+
+private:
+    QObject* m_receiver;
+    QMutex m_mutex;
+    QWaitCondition m_notEmpty;
+    QList<bool> m_items;
+};
+
+// The request goes producer -> consumer thread -> main thread -> socket thread, the answer
+// socket thread -> main thread, with the transport's queued hops on the socket thread.
+std::vector<double> bareRoadRoundTrips(bool tcp, const ServerProcess& server, const QByteArray& package, int count)
+{
+    QThread thread;
+    thread.start();
+    QObject onThread;
+    onThread.moveToThread(&thread);
+    QIODevice* device = nullptr;
+    QByteArray buffer;
+    PingPong pingPong;
+    QMetaObject::invokeMethod(&onThread, [&] {
+        if (tcp) {
+            auto* s = new QTcpSocket;
+            s->connectToHost(QHostAddress::LocalHost, server.port());
+            s->waitForConnected(10000);
+            device = s;
+        } else {
+            auto* s = new QLocalSocket;
+            s->connectToServer(server.name());
+            s->waitForConnected(10000);
+            device = s;
+        }
+        QObject::connect(device, &QIODevice::readyRead, &onThread, [&] {
+            buffer.append(device->readAll());
+            const qint64 length = lengthAt(buffer);
+            if (length >= 8 && buffer.size() >= length) {
+                buffer.remove(0, int(length));
+                QMetaObject::invokeMethod(&onThread, [&] {
+                    QMetaObject::invokeMethod(&pingPong, [&pingPong] { pingPong.done(); }, Qt::QueuedConnection);
+                }, Qt::QueuedConnection);
+            }
+        }, Qt::QueuedConnection);
+        QObject::connect(device, &QIODevice::bytesWritten, &onThread, [](qint64) {}, Qt::QueuedConnection);
+    }, Qt::BlockingQueuedConnection);
+    BareDispatch dispatch(&pingPong);
+    dispatch.deliver = [&] {
+        QMetaObject::invokeMethod(&onThread, [device, package] { device->write(package); }, Qt::QueuedConnection);
+    };
+    dispatch.start();
+    pingPong.send = [&dispatch] { dispatch.put(); };
+    const std::vector<double> samples = pingPong.run(count);
+    dispatch.stop();
+    QMetaObject::invokeMethod(&onThread, [&] { delete device; }, Qt::BlockingQueuedConnection);
+    thread.quit();
+    thread.wait();
+    return samples;
+}
+
 // ---- library client: CommunClientWork on this thread ----
 
 bool connectWorker(CommunClientWork& work, bool tcp, const ServerProcess& server)
@@ -410,6 +503,7 @@ void smallRoundTrip(bool tcp)
     std::vector<double> hops;
     std::vector<double> road;
     std::vector<double> roadOneThread;
+    std::vector<double> bareRoad;
     const auto append = [](std::vector<double>& to, const std::vector<double>& from) {
         to.insert(to.end(), from.begin(), from.end());
     };
@@ -419,6 +513,7 @@ void smallRoundTrip(bool tcp)
         append(hops, bareRoundTrips(tcp, hopsServer, package, count, 1, true));
         append(road, roadRoundTrips(tcp, libServer, 40, count, 1));
         append(roadOneThread, roadRoundTrips(tcp, libServer, 40, count, 1, false));
+        append(bareRoad, bareRoadRoundTrips(tcp, hopsServer, package, count));
     }
     const std::string name = "round trip " + std::to_string(package.size()) + " B " + transport;
     const std::string roadName = "full client road " + transport;
@@ -430,7 +525,9 @@ void smallRoundTrip(bool tcp)
                     "us");
     BenchTable::row(roadName + ", worker on manager's thread", medianOfRuns(roadOneThread, kRuns, 0.5) * 1e6,
                     medianOfRuns(bare, kRuns, 0.5) * 1e6, "us");
-    // The library beside bare sockets that take the contract's queued hops on each receive.
+    // The library beside bare parts that take the contract's queued hops and thread handoffs.
+    BenchTable::row(roadName + ", median vs bare road", medianOfRuns(road, kRuns, 0.5) * 1e6,
+                    medianOfRuns(bareRoad, kRuns, 0.5) * 1e6, "us");
     BenchTable::row(name + ", median vs hops", medianOfRuns(lib, kRuns, 0.5) * 1e6,
                     medianOfRuns(hops, kRuns, 0.5) * 1e6, "us");
 }
