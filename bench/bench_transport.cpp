@@ -528,6 +528,8 @@ void smallRoundTrip(bool tcp)
     // The library beside bare parts that take the contract's queued hops and thread handoffs.
     BenchTable::row(roadName + ", median vs bare road", medianOfRuns(road, kRuns, 0.5) * 1e6,
                     medianOfRuns(bareRoad, kRuns, 0.5) * 1e6, "us");
+    BenchTable::row(roadName + ", p99 vs bare road", medianOfRuns(road, kRuns, 0.99) * 1e6,
+                    medianOfRuns(bareRoad, kRuns, 0.99) * 1e6, "us");
     BenchTable::row(name + ", median vs hops", medianOfRuns(lib, kRuns, 0.5) * 1e6,
                     medianOfRuns(hops, kRuns, 0.5) * 1e6, "us");
 }
