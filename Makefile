@@ -24,13 +24,19 @@ demo: build
 test: build
 	@cd $(BUILD_DIR) && ctest --output-on-failure
 
-bench: build
-	@./$(BUILD_DIR)/bench/bench_database
-	@./$(BUILD_DIR)/bench/bench_flood
-	@./$(BUILD_DIR)/bench/bench_listing
+# Release build of its own; one table: case, library, baseline, library / baseline.
+BENCH_DIR ?= build-bench
+BENCHES = bench_codec bench_transport bench_queue bench_service bench_flood
+
+bench: bootstrap
+	@cmake -S . -B $(BENCH_DIR) -DCMAKE_BUILD_TYPE=Release -DBACKUPFRAME_BUILD_BENCH=ON > $(BENCH_DIR).configure.log || (cat $(BENCH_DIR).configure.log; exit 1)
+	@cmake --build $(BENCH_DIR) -j$(JOBS) --target $(BENCHES) backupframe-scheduler > $(BENCH_DIR).build.log || (cat $(BENCH_DIR).build.log; exit 1)
+	@nproc | sed 's/^/cores: /'
+	@./$(BENCH_DIR)/bench/bench_codec --header
+	@for b in $(filter-out bench_codec,$(BENCHES)); do ./$(BENCH_DIR)/bench/$$b || exit 1; done
 
 install: build
 	@cmake --install $(BUILD_DIR) $(if $(PREFIX),--prefix $(PREFIX))
 
 clean:
-	@rm -rf $(BUILD_DIR) $(BUILD_DIR).configure.log
+	@rm -rf $(BUILD_DIR) $(BUILD_DIR).configure.log $(BENCH_DIR) $(BENCH_DIR).configure.log $(BENCH_DIR).build.log

@@ -1,9 +1,12 @@
 // Flood benchmark of the server endpoint: a peer process writes N small command packages
 // back to back while the server's thread is busy; the server must deliver every one, in
-// order, without its memory growing with the backlog.
+// order, without its memory growing with the backlog. The baseline is a bare QLocalServer or
+// QTcpServer on the same thread that splits the same stream by its length prefix.
 //
-//   bench_flood [count]                      runs local, then TCP (default count 100000)
+//   bench_flood [--header] [count]           runs local, then TCP (default count 100000)
 //   bench_flood --peer local|tcp NAME|PORT COUNT   (the peer; started by the above)
+
+#include "benchtable.h"
 
 #include <backupframe.h>
 
@@ -12,10 +15,13 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QHostAddress>
+#include <QLocalServer>
 #include <QLocalSocket>
 #include <QProcess>
 #include <QSemaphore>
+#include <QTcpServer>
 #include <QTcpSocket>
+#include <QtEndian>
 #include <QThread>
 
 #include <atomic>
@@ -97,6 +103,51 @@ int runPeer(const QString& transport, const QString& where, quint32 count)
     return 0;
 }
 
+// The baseline: the same listening and framing with bare Qt sockets, on the server thread.
+class BareServer : public QObject
+{
+public:
+    std::function<void(const QByteArray&)> deliver;
+
+    bool start(bool tcp, const QString& name)
+    {
+        if (tcp) {
+            connect(&m_tcp, &QTcpServer::newConnection, this, [this] { attach(m_tcp.nextPendingConnection()); });
+            return m_tcp.listen(QHostAddress::LocalHost, 0);
+        }
+        QLocalServer::removeServer(name);
+        connect(&m_local, &QLocalServer::newConnection, this, [this] { attach(m_local.nextPendingConnection()); });
+        return m_local.listen(name);
+    }
+    quint16 port() const { return m_tcp.serverPort(); }
+
+private:
+    void attach(QIODevice* socket)
+    {
+        if (!socket)
+            return;
+        socket->setParent(this);
+        connect(socket, &QIODevice::readyRead, this, [this, socket] { read(socket); });
+    }
+    void read(QIODevice* socket)
+    {
+        m_buffer.append(socket->readAll());
+        int offset = 0;
+        while (m_buffer.size() - offset >= 8) {
+            const qint64 length = qFromBigEndian<qint64>(m_buffer.constData() + offset);
+            if (m_buffer.size() - offset < length)
+                break;
+            deliver(QByteArray::fromRawData(m_buffer.constData() + offset, int(length)));
+            offset += int(length);
+        }
+        m_buffer.remove(0, offset);
+    }
+
+    QLocalServer m_local{this};
+    QTcpServer m_tcp{this};
+    QByteArray m_buffer;
+};
+
 struct Outcome {
     quint32 delivered = 0;
     quint32 outOfOrder = 0;
@@ -105,19 +156,31 @@ struct Outcome {
     qint64 peakRss = 0;
 };
 
-bool runFlood(quint64 protocol, quint32 count, Outcome& outcome)
+bool runFlood(quint64 protocol, bool bare, quint32 count, Outcome& outcome)
 {
     QThread thread;
     thread.start();
     auto* server = new CommunServer;
     server->moveToThread(&thread);
+    auto* bareServer = new BareServer;
+    bareServer->moveToThread(&thread);
 
     std::atomic<quint32> delivered{0};
     quint32 outOfOrder = 0;
     const QString name = QStringLiteral("bench-flood-%1").arg(QCoreApplication::applicationPid());
     bool started = false;
     quint16 port = 0;
-    QMetaObject::invokeMethod(server, [&] {
+    if (bare) {
+        QMetaObject::invokeMethod(bareServer, [&] {
+            bareServer->deliver = [&](const QByteArray& bytes) {
+                if (numberOf(bytes) != delivered.load())
+                    ++outOfOrder;
+                delivered.fetch_add(1);
+            };
+            started = bareServer->start(protocol == CommunAttribute::TcpProtocol, name);
+            port = bareServer->port();
+        }, Qt::BlockingQueuedConnection);
+    } else QMetaObject::invokeMethod(server, [&] {
         QObject::connect(server, &CommunServer::incomingBlockData, server,
                          [&](quint64, QIODevice*, QByteArray bytes) {
                              if (numberOf(bytes) != delivered.load())
@@ -166,6 +229,7 @@ bool runFlood(quint64 protocol, quint32 count, Outcome& outcome)
         outcome.outOfOrder = outOfOrder;
         server->UnInit();
         delete server;   // closes the peer's connection: it exits
+        delete bareServer;
     }, Qt::BlockingQueuedConnection);
     peer.waitForFinished(30000);
     thread.quit();
@@ -178,30 +242,44 @@ bool runFlood(quint64 protocol, quint32 count, Outcome& outcome)
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
-    const QStringList args = app.arguments();
+    QStringList args = app.arguments();
     if (args.size() == 5 && args.at(1) == QLatin1String("--peer"))
         return runPeer(args.at(2), args.at(3), args.at(4).toUInt());
+    if (args.removeAll(QStringLiteral("--header")) > 0)
+        BenchTable::header();
 
     const quint32 count = args.size() > 1 ? args.at(1).toUInt() : 100000;
-    std::printf("package size %d bytes, %u packages, emit buffer limit %lld bytes\n", package(0).size(), count,
-                static_cast<long long>(CommunObject::EmitBufferLimit()));
     int failures = 0;
     for (quint64 protocol : {quint64(CommunAttribute::LocalProtocol), quint64(CommunAttribute::TcpProtocol)}) {
-        Outcome outcome;
-        const char* label = protocol == CommunAttribute::TcpProtocol ? "tcp  " : "local";
-        if (!runFlood(protocol, count, outcome)) {
-            std::printf("%s: could not run\n", label);
-            ++failures;
-            continue;
+        const std::string label = std::string("flood ") + std::to_string(count) + " x " +
+                                  std::to_string(package(0).size()) + " B " +
+                                  (protocol == CommunAttribute::TcpProtocol ? "tcp" : "local");
+        std::vector<double> seconds[2];
+        std::vector<double> memory[2];
+        std::vector<double> perPackageSmall;
+        for (int run = 0; run < 3; ++run) {
+            for (const bool bare : {false, true}) {
+                Outcome outcome;
+                if (!runFlood(protocol, bare, count, outcome) || outcome.delivered != count
+                    || outcome.outOfOrder != 0) {
+                    std::fprintf(stderr, "%s: %u of %u delivered, %u out of order\n", label.c_str(),
+                                 outcome.delivered, count, outcome.outOfOrder);
+                    ++failures;
+                    continue;
+                }
+                seconds[bare].push_back(outcome.seconds);
+                memory[bare].push_back((outcome.peakRss - outcome.idleRss) / 1024.0);
+            }
+            // A tenth of the flood: the time per package should not change (linear time).
+            Outcome small;
+            if (runFlood(protocol, false, count / 10, small) && small.delivered == count / 10)
+                perPackageSmall.push_back(small.seconds / (count / 10));
         }
-        std::printf("%s: %u of %u delivered, %u out of order, %.2f s (%.0f packages/s), "
-                    "RSS idle %lld KiB, peak %lld KiB (+%lld KiB)\n",
-                    label, outcome.delivered, count, outcome.outOfOrder, outcome.seconds,
-                    outcome.delivered / outcome.seconds, static_cast<long long>(outcome.idleRss),
-                    static_cast<long long>(outcome.peakRss),
-                    static_cast<long long>(outcome.peakRss - outcome.idleRss));
-        if (outcome.delivered != count || outcome.outOfOrder != 0)
-            ++failures;
+        BenchTable::row(label + ", time", BenchTable::median(seconds[0]), BenchTable::median(seconds[1]), "s");
+        BenchTable::row(label + ", peak above idle", BenchTable::median(memory[0]), BenchTable::median(memory[1]),
+                        "MiB");
+        BenchTable::row(label + ", per package / at N/10", BenchTable::median(seconds[0]) / count,
+                        BenchTable::median(perPackageSmall), "s");
     }
     return failures == 0 ? 0 : 1;
 }

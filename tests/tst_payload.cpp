@@ -25,6 +25,30 @@ QByteArray encode(CommandObj* data)
     return bytes;
 }
 
+// A device that cannot seek, as a socket: lists cannot be written behind a patched length
+// there, nor read from a view of a buffer.
+class Pipe : public QIODevice
+{
+public:
+    QByteArray bytes;
+    bool isSequential() const override { return true; }
+    qint64 bytesAvailable() const override { return bytes.size() + QIODevice::bytesAvailable(); }
+
+protected:
+    qint64 readData(char* data, qint64 max) override
+    {
+        const qint64 count = qMin<qint64>(max, bytes.size());
+        memcpy(data, bytes.constData(), size_t(count));
+        bytes.remove(0, int(count));
+        return count;
+    }
+    qint64 writeData(const char* data, qint64 count) override
+    {
+        bytes.append(data, int(count));
+        return count;
+    }
+};
+
 // The two pointer-list payloads behind one face, so that every ownership check runs on both.
 QList<JournalAttribute*>& items(ResultLoadJournalsData& data) { return data.getObjectJournalAttrList(); }
 QList<SchedulerPlan*>& items(ResultLoadSchedulersData& data) { return data.getObjectActionPlansList(); }
@@ -200,6 +224,17 @@ void tst_Payload::bytes()
     std::unique_ptr<CommandObj> back(make(false));
     CommandBuilder::BytearrayToData(bytes, back.get());
     QCOMPARE(encode(back.get()).toHex(' '), bytes.toHex(' '));
+
+    // Through a device that cannot seek, the same bytes go out and the same record comes back.
+    Pipe pipe;
+    pipe.open(QIODevice::ReadWrite | QIODevice::Unbuffered);
+    QDataStream stream(&pipe);
+    stream.setVersion(PackageFormat::StreamVersion);
+    data->Write(stream);
+    QCOMPARE(pipe.bytes.toHex(' '), bytes.toHex(' '));
+    std::unique_ptr<CommandObj> piped(make(false));
+    piped->Read(stream);
+    QCOMPARE(encode(piped.get()).toHex(' '), bytes.toHex(' '));
 }
 
 void tst_Payload::stringListWritesAllReadsFirstOfEach()

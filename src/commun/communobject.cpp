@@ -5,25 +5,39 @@
 #include "commun/communattribute.h"
 #include "commun/socketsinkdata.h"
 
-#include <QDataStream>
 #include <QLocalSocket>
+#include <QtEndian>
 
 #include <atomic>
 
 namespace {
 std::atomic<qint64> g_emitBufferLimit{CommunObject::kDefaultEmitBufferLimit};
 
-// The length field of the package that starts at offset: a big-endian qint64.
+// The most one read call takes into the sink; the loop takes the rest.
+const qint64 kReadChunkLimit = 64 * 1024 * 1024;
+
+// The length field of the package that starts at offset: a big-endian qint64, read as the
+// stream of the package format reads it, without a stream and a copy per package.
+// Fewer than 8 bytes there read as 0, as from a stream that runs past its end.
 qint64 declaredLength(const QByteArray& data, int offset)
 {
-    QByteArray head = data.mid(offset, PackageFormat::LengthFieldSize);
-    QDataStream in(&head, QIODevice::ReadOnly);
-    in.setVersion(PackageFormat::StreamVersion);
-    qint64 declared = 0;
-    in >> declared;
-    return declared;
+    if (offset < 0 || data.size() - offset < PackageFormat::LengthFieldSize)
+        return 0;
+    return qFromBigEndian<qint64>(data.constData() + offset);
 }
 
+// Drops the first count bytes the sink holds. The buffer is usually shared with a package just
+// emitted: removing in place would first copy all of it, so only the rest is copied, or nothing.
+void dropFront(SocketSinkData* psink, qint64 count)
+{
+    QByteArray& data = psink->getRfrnData();
+    if (count >= data.size())
+        psink->setData(QByteArray());
+    else if (data.isDetached())
+        psink->RemoveData(0, static_cast<int>(count));
+    else
+        psink->setData(data.mid(static_cast<int>(count)));
+}
 
 bool isKnownProtocol(quint64 protocolType)
 {
@@ -54,7 +68,7 @@ bool CommunObject::ReadBlockBytes(QIODevice* psocket, quint64 protocolType, Sock
         LibraryLog::Error("Into the parameter pointer is null in the ReadBlockBytes.");
         return false;
     }
-    if (ReadSocketData(psocket, protocolType, psink).isEmpty()) {
+    if (ReadIntoSink(psocket, protocolType, psink) <= 0) {
         LibraryLog::Warn("Receive data return empty in the ReadBlockBytes.");
         return true;
     }
@@ -87,7 +101,7 @@ bool CommunObject::ReadBlockBytes(QIODevice* psocket, quint64 protocolType, Sock
             return true;
         }
         psink->setProgress(held - declared);
-        psink->RemoveData(0, static_cast<int>(declared));
+        dropFront(psink, declared);
         psink->setPackageSize(0);
     }
 }
@@ -143,7 +157,7 @@ bool CommunObject::EmitPackagesBeyondLimit(QIODevice* psocket, SocketSinkData* p
         declared = 0;
     }
     if (offset > 0) {
-        psink->RemoveData(0, static_cast<int>(offset));
+        dropFront(psink, offset);
         psink->setProgress(held - offset);
     }
     psink->setPackageSize(declared);
@@ -229,6 +243,27 @@ QByteArray CommunObject::ReadSocketData(QIODevice* psocket, quint64 protocolType
     psink->getRfrnData().append(bytes);
     psink->setProgress(psink->getProgress() + bytes.size());
     return bytes;
+}
+
+// Each chunk lands in the sink's buffer at once, instead of in an array of its own first.
+qint64 CommunObject::ReadIntoSink(QIODevice* psocket, quint64 protocolType, SocketSinkData* psink)
+{
+    if (!psocket || !psink || !IsSocketValid(psocket, protocolType))
+        return 0;
+    QByteArray& data = psink->getRfrnData();
+    qint64 total = 0;
+    for (qint64 available = psocket->bytesAvailable(); available > 0; available = psocket->bytesAvailable()) {
+        available = qMin<qint64>(available, kReadChunkLimit);
+        const int held = data.size();
+        data.resize(held + static_cast<int>(available));
+        const qint64 got = psocket->read(data.data() + held, available);
+        data.resize(held + static_cast<int>(qMax<qint64>(got, 0)));
+        if (got <= 0)
+            break;
+        total += got;
+    }
+    psink->setProgress(psink->getProgress() + total);
+    return total;
 }
 
 qint64 CommunObject::WriteSocketData(QIODevice* psocket, quint64 protocolType, const QByteArray& bytes)

@@ -75,6 +75,8 @@ protected:
 
 private:
     bool EmitPackagesBeyondLimit(QIODevice* psocket, SocketSinkData* psink);
+    // ReadSocketData without handing the bytes back: they are read straight into the sink.
+    qint64 ReadIntoSink(QIODevice* psocket, quint64 protocolType, SocketSinkData* psink);
     // True when the front package is declared above the limit: the buffer is then dropped.
     bool DropOversized(QIODevice* psocket, SocketSinkData* psink);
 
