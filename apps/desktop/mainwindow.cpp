@@ -1,0 +1,489 @@
+#include "mainwindow.h"
+
+#include "emaildialog.h"
+#include "journalsview.h"
+#include "plandialog.h"
+#include "planmodel.h"
+#include "progressdelegate.h"
+#include "protocol.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCloseEvent>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenu>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QPointer>
+#include <QSettings>
+#include <QSortFilterProxyModel>
+#include <QStatusBar>
+#include <QStyle>
+#include <QSystemTrayIcon>
+#include <QTabWidget>
+#include <QTableView>
+#include <QToolBar>
+#include <QVBoxLayout>
+
+using namespace SchedulerProtocol;
+
+namespace {
+
+// A cancel is answered once the run has ended, which may take a moment for a big copy.
+constexpr int kCancelAnswerMs = 60000;
+
+} // namespace
+
+MainWindow::MainWindow(const CommunAttribute& endpoint, QWidget* parent)
+    : QMainWindow(parent)
+    , m_client(new DesktopClient(endpoint, this))
+    , m_model(new PlanModel(this))
+    , m_proxy(new QSortFilterProxyModel(this))
+{
+    setWindowTitle(tr("Backups"));
+    m_confirm = [this](const QString& question) {
+        return QMessageBox::question(this, tr("Delete plan"), question) == QMessageBox::Yes;
+    };
+    m_proxy->setSourceModel(m_model);
+    m_proxy->setSortRole(PlanModel::SortRole);
+    m_proxy->setSortCaseSensitivity(Qt::CaseInsensitive);
+    BuildActions();
+    BuildCentral();
+    BuildTray();
+    connect(m_client, &DesktopClient::linkChanged, this, &MainWindow::OnLinkChanged);
+    connect(m_client, &DesktopClient::subscribed, this, &MainWindow::OnSubscribed);
+    connect(m_client, &DesktopClient::eventArrived, this, &MainWindow::OnEvent);
+
+    QSettings settings;
+    if (!restoreGeometry(settings.value(QStringLiteral("window/geometry")).toByteArray()))
+        resize(980, 560);
+    m_view->horizontalHeader()->restoreState(settings.value(QStringLiteral("window/planColumns")).toByteArray());
+    OnLinkChanged(false);
+    m_serviceState->setText(tr("Connecting to the backup service…"));
+    m_banner->hide();
+}
+
+MainWindow::~MainWindow() = default;
+
+bool MainWindow::Start()
+{
+    return m_client->Start();
+}
+
+void MainWindow::BuildActions()
+{
+    auto make = [this](const QString& text, const QKeySequence& keys, QStyle::StandardPixmap icon,
+                       void (MainWindow::*slot)()) {
+        auto* action = new QAction(style()->standardIcon(icon), text, this);
+        action->setShortcut(keys);
+        connect(action, &QAction::triggered, this, slot);
+        return action;
+    };
+    m_newAction = make(tr("&New plan…"), QKeySequence::New, QStyle::SP_FileDialogNewFolder, &MainWindow::NewPlan);
+    m_editAction = make(tr("&Edit plan…"), QKeySequence(Qt::CTRL | Qt::Key_E), QStyle::SP_FileDialogDetailedView,
+                        &MainWindow::EditPlan);
+    m_deleteAction = make(tr("&Delete plan…"), QKeySequence::Delete, QStyle::SP_TrashIcon, &MainWindow::DeletePlan);
+    m_runAction = make(tr("&Run now"), QKeySequence(Qt::CTRL | Qt::Key_R), QStyle::SP_MediaPlay, &MainWindow::RunPlan);
+    m_cancelAction = make(tr("&Cancel run"), QKeySequence(Qt::CTRL | Qt::Key_Period), QStyle::SP_MediaStop,
+                          &MainWindow::CancelPlan);
+    m_reloadAction = make(tr("Re&load"), QKeySequence::Refresh, QStyle::SP_BrowserReload, &MainWindow::Reload);
+    m_emailAction = make(tr("E-&mail notifications…"), QKeySequence(), QStyle::SP_MessageBoxInformation,
+                         &MainWindow::ShowEmailSettings);
+    auto* journals = make(tr("&Journals"), QKeySequence(Qt::CTRL | Qt::Key_J), QStyle::SP_FileDialogContentsView,
+                          &MainWindow::ShowJournals);
+    auto* quit = new QAction(tr("&Quit"), this);
+    quit->setShortcut(QKeySequence::Quit);
+    connect(quit, &QAction::triggered, this, &QMainWindow::close);
+
+    QMenu* plans = menuBar()->addMenu(tr("&Plans"));
+    plans->addActions({m_newAction, m_editAction, m_deleteAction});
+    plans->addSeparator();
+    plans->addActions({m_runAction, m_cancelAction});
+    plans->addSeparator();
+    plans->addActions({m_reloadAction, quit});
+    QMenu* view = menuBar()->addMenu(tr("&View"));
+    view->addAction(journals);
+    QMenu* settings = menuBar()->addMenu(tr("&Settings"));
+    settings->addAction(m_emailAction);
+
+    QToolBar* bar = addToolBar(tr("Plans"));
+    bar->setObjectName(QStringLiteral("planBar"));
+    bar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    bar->addActions({m_newAction, m_editAction, m_deleteAction});
+    bar->addSeparator();
+    bar->addActions({m_runAction, m_cancelAction});
+    bar->addSeparator();
+    bar->addAction(journals);
+}
+
+void MainWindow::BuildCentral()
+{
+    m_banner = new QWidget(this);
+    m_banner->setObjectName(QStringLiteral("banner"));
+    m_banner->setAutoFillBackground(true);
+    m_banner->setStyleSheet(QStringLiteral("#banner { background: #fff4ce; border: 1px solid #e0c060; }"));
+    auto* bannerText = new QLabel(tr("<b>The backup service is not running.</b> Plans do not run and nothing can "
+                                     "be changed until it is back. Start it with <tt>backupframe-scheduler</tt> (or "
+                                     "<tt>systemctl --user start backupframe-scheduler</tt>); this window "
+                                     "reconnects by itself."), m_banner);
+    bannerText->setWordWrap(true);
+    auto* bannerIcon = new QLabel(m_banner);
+    bannerIcon->setPixmap(style()->standardIcon(QStyle::SP_MessageBoxWarning).pixmap(32, 32));
+    auto* bannerLayout = new QHBoxLayout(m_banner);
+    bannerLayout->addWidget(bannerIcon);
+    bannerLayout->addWidget(bannerText, 1);
+
+    m_view = new QTableView(this);
+    m_view->setObjectName(QStringLiteral("plans"));
+    m_view->setModel(m_proxy);
+    m_view->setSortingEnabled(true);
+    m_view->sortByColumn(PlanModel::NameColumn, Qt::AscendingOrder);
+    m_view->setSelectionBehavior(QAbstractItemView::SelectRows);
+    m_view->setSelectionMode(QAbstractItemView::SingleSelection);
+    m_view->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    m_view->setAlternatingRowColors(true);
+    m_view->verticalHeader()->hide();
+    m_view->horizontalHeader()->setStretchLastSection(true);
+    m_view->horizontalHeader()->setSectionResizeMode(PlanModel::ScheduleColumn, QHeaderView::Stretch);
+    m_view->setItemDelegateForColumn(PlanModel::ProgressColumn, new ProgressDelegate(m_view));
+    m_view->setContextMenuPolicy(Qt::ActionsContextMenu);
+    m_view->addActions({m_runAction, m_cancelAction, m_editAction, m_deleteAction});
+    connect(m_view, &QTableView::activated, this, &MainWindow::EditPlan);
+    connect(m_view->selectionModel(), &QItemSelectionModel::selectionChanged, this, &MainWindow::UpdateActions);
+    connect(m_model, &QAbstractItemModel::dataChanged, this, &MainWindow::UpdateActions);
+
+    m_journals = new JournalsView(m_client, this);
+    m_tabs = new QTabWidget(this);
+    m_tabs->addTab(m_view, tr("&Plans"));
+    m_tabs->addTab(m_journals, tr("&Journals"));
+
+    auto* central = new QWidget(this);
+    auto* layout = new QVBoxLayout(central);
+    layout->addWidget(m_banner);
+    layout->addWidget(m_tabs, 1);
+    setCentralWidget(central);
+
+    m_serviceState = new QLabel(this);
+    m_serviceState->setObjectName(QStringLiteral("serviceState"));
+    statusBar()->addPermanentWidget(m_serviceState);
+}
+
+void MainWindow::BuildTray()
+{
+    if (!QSystemTrayIcon::isSystemTrayAvailable())
+        return;
+    m_tray = new QSystemTrayIcon(style()->standardIcon(QStyle::SP_DriveHDIcon), this);
+    auto* menu = new QMenu(this);
+    menu->addAction(tr("Show backups"), this, [this] { showNormal(); activateWindow(); });
+    menu->addAction(tr("&Quit"), qApp, &QApplication::quit);
+    m_tray->setContextMenu(menu);
+    m_tray->setToolTip(tr("Backups"));
+    connect(m_tray, &QSystemTrayIcon::activated, this, [this] { showNormal(); activateWindow(); });
+    m_tray->show();
+}
+
+QString MainWindow::ServiceState() const
+{
+    return m_serviceState->text();
+}
+
+bool MainWindow::BannerShown() const
+{
+    return !m_banner->isHidden();
+}
+
+void MainWindow::OnLinkChanged(bool up)
+{
+    m_banner->setHidden(up);
+    m_serviceState->setText(up ? tr("Connected to the backup service (%1)").arg(m_client->EndpointText())
+                               : tr("The backup service does not answer; trying again…"));
+    if (up)
+        m_client->Subscribe(QStringLiteral("backupframe-desktop %1").arg(QApplication::applicationPid()));
+    UpdateActions();
+}
+
+// Subscribed first, read second: nothing that happens in between is missed.
+void MainWindow::OnSubscribed()
+{
+    Reload();
+    LoadOperations();
+    m_journals->Reload();
+}
+
+void MainWindow::Reload()
+{
+    if (m_reloading)
+        return;
+    m_reloading = true;
+    m_client->Send(LoadSchedulersType, QString(), QString(), QByteArray(), [this](const DesktopClient::Reply& reply) {
+        m_reloading = false;
+        ResultLoadSchedulersData data;
+        if (!reply.ok() || !DecodePayload(reply.data, data)) {
+            Tell(tr("The plans could not be read: %1").arg(reply.error));
+            return;
+        }
+        const QString selected = m_view->currentIndex().data(PlanModel::UuidRole).toString();
+        QList<SchedulerPlan> plans;
+        for (const SchedulerPlan* plan : data.getActionPlansList())
+            plans.append(*plan);
+        m_model->SetPlans(plans);
+        const int row = m_model->RowOf(selected);
+        if (row >= 0)
+            m_view->selectRow(m_proxy->mapFromSource(m_model->index(row, 0)).row());
+        UpdateJournalPlans();
+        UpdateActions();
+    });
+}
+
+void MainWindow::LoadOperations()
+{
+    m_client->Send(LoadOperationsType, QString(), QString(), QByteArray(), [this](const DesktopClient::Reply& reply) {
+        QstringListData data;
+        if (reply.ok() && DecodePayload(reply.data, data))
+            m_operations = data.getQstringList();
+    });
+}
+
+void MainWindow::UpdateJournalPlans()
+{
+    QList<QPair<QString, QString>> plans;
+    for (const SchedulerPlan& plan : m_model->Plans())
+        plans.append({plan.getPlanUuid(), plan.getPlanName()});
+    m_journals->SetPlans(plans);
+}
+
+void MainWindow::UpdateActions()
+{
+    const bool up = m_client->IsUp();
+    SchedulerPlan plan;
+    const bool selected = SelectedPlan(plan);
+    const bool busy = selected && (plan.getIsRunning()
+                                   || plan.getSchemeAttribute().getExecutState() == QueuedState());
+    m_newAction->setEnabled(up);
+    m_editAction->setEnabled(up && selected);
+    m_deleteAction->setEnabled(up && selected && !busy);
+    m_runAction->setEnabled(up && selected && !busy);
+    m_cancelAction->setEnabled(up && busy);
+    m_reloadAction->setEnabled(up);
+    m_emailAction->setEnabled(up);
+}
+
+bool MainWindow::SelectedPlan(SchedulerPlan& plan) const
+{
+    const QModelIndexList rows = m_view->selectionModel()->selectedRows();
+    if (rows.isEmpty())
+        return false;
+    const int row = m_proxy->mapToSource(rows.first()).row();
+    if (row < 0 || row >= m_model->rowCount())
+        return false;
+    plan = m_model->PlanAt(row);
+    return true;
+}
+
+void MainWindow::OnEvent(const DesktopClient::Event& event)
+{
+    switch (event.type) {
+    case SingleFlushSchedulerType:
+        OnPlanState(event);
+        break;
+    case FlushSchedulersType:
+        if (event.planUuid.isEmpty())
+            Reload();
+        else
+            m_model->Remove(event.planUuid);
+        UpdateJournalPlans();
+        break;
+    case TriggerExecuteType:
+    case TriggerUpdateInfoType: {
+        RequestTriggerExecuteInfoData info;
+        if (DecodePayload(event.payload, info))
+            m_model->SetNextStart(event.planUuid, info.getNextStartTime());
+        break;
+    }
+    case FlushJournalsType:
+        OnJournal(event);
+        break;
+    default:
+        break;
+    }
+    if (event.showMessage)
+        ShowServiceMessage(event.planName, ReasonOf(event.payload));
+}
+
+void MainWindow::OnPlanState(const DesktopClient::Event& event)
+{
+    SchedulerPlanData data;
+    if (!DecodePayload(event.payload, data))
+        return;
+    // A run of no stored plan (a restore, a verify) is not a row; a plan made elsewhere is read whole.
+    if (m_model->RowOf(event.planUuid) < 0) {
+        Reload();
+        return;
+    }
+    m_model->Upsert(data.getRfrnSchedulerPlan());
+}
+
+void MainWindow::OnJournal(const DesktopClient::Event& event)
+{
+    m_journals->Reload();
+    ResultLoadJournalsData data;
+    if (!DecodePayload(event.payload, data) || data.getJournalAttrList().isEmpty())
+        return;
+    const JournalAttribute& journal = *data.getJournalAttrList().first();
+    if (journal.getResult() == OutcomeText(Skipped))
+        return;
+    m_lastResult = tr("%1: %2").arg(journal.getPlanName(), journal.getResult());
+    Tell(tr("%1 at %2").arg(m_lastResult, journal.getEndTime()));
+    if (m_tray)
+        m_tray->setToolTip(tr("Backups — last run %1").arg(m_lastResult));
+    if (journal.getResult() == OutcomeText(Failed) && m_tray)
+        m_tray->showMessage(tr("Backup failed: %1").arg(journal.getPlanName()),
+                            journal.getErrorReason() + QLatin1Char('\n') + journal.getSolution(),
+                            QSystemTrayIcon::Warning);
+}
+
+void MainWindow::ShowServiceMessage(const QString& title, const QString& text)
+{
+    if (text.isEmpty())
+        return;
+    if (m_tray) {
+        m_tray->showMessage(title, text);
+        return;
+    }
+    auto* box = new QMessageBox(QMessageBox::Information, title, text, QMessageBox::Ok, this);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->open();
+}
+
+void MainWindow::Tell(const QString& text)
+{
+    statusBar()->showMessage(text);
+}
+
+void MainWindow::NewPlan()
+{
+    auto* dialog = new PlanDialog(this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->SetOperations(m_operations);
+    connect(dialog, &PlanDialog::submitted, this, [this, dialog] { SubmitPlan(dialog, true); });
+    dialog->open();
+}
+
+void MainWindow::EditPlan()
+{
+    SchedulerPlan plan;
+    if (!SelectedPlan(plan) || !m_client->IsUp())
+        return;
+    auto* dialog = new PlanDialog(this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->SetOperations(m_operations);
+    dialog->SetPlan(plan);
+    connect(dialog, &PlanDialog::submitted, this, [this, dialog] { SubmitPlan(dialog, false); });
+    dialog->open();
+}
+
+void MainWindow::SubmitPlan(PlanDialog* dialog, bool isNew)
+{
+    QByteArray payload;
+    QString uuid;
+    if (isNew) {
+        RequestNewOperationData data = dialog->NewOperationData();
+        payload = EncodePayload(data);
+    } else {
+        SchedulerPlanData data;
+        data.setSchedulerPlan(dialog->EditedPlan());
+        uuid = data.getRfrnSchedulerPlan().getPlanUuid();
+        payload = EncodePayload(data);
+    }
+    const QPointer<PlanDialog> guard(dialog);
+    dialog->setEnabled(false);
+    m_client->Send(isNew ? NewOperationType : EditOperationType, uuid, dialog->PlanName(), payload,
+                   [this, guard](const DesktopClient::Reply& reply) {
+        if (!guard)
+            return;
+        guard->setEnabled(true);
+        SchedulerPlanData stored;
+        if (!reply.ok() || !DecodePayload(reply.data, stored)) {
+            guard->ShowProblem(tr("The service did not store the plan: %1").arg(reply.error));
+            return;
+        }
+        m_model->Upsert(stored.getRfrnSchedulerPlan());
+        UpdateJournalPlans();
+        const int row = m_proxy->mapFromSource(m_model->index(m_model->RowOf(stored.getRfrnSchedulerPlan().getPlanUuid()), 0)).row();
+        m_view->selectRow(row);
+        Tell(tr("Plan \"%1\" saved.").arg(stored.getRfrnSchedulerPlan().getPlanName()));
+        guard->done(QDialog::Accepted);
+    });
+}
+
+void MainWindow::DeletePlan()
+{
+    SchedulerPlan plan;
+    if (!SelectedPlan(plan))
+        return;
+    if (!m_confirm(tr("Delete the plan \"%1\"? Its journals stay.").arg(plan.getPlanName())))
+        return;
+    const QString uuid = plan.getPlanUuid();
+    m_client->Send(DeleteOperationType, uuid, plan.getPlanName(), QByteArray(),
+                   [this, uuid, plan](const DesktopClient::Reply& reply) {
+        if (!reply.ok()) {
+            Tell(tr("\"%1\" was not deleted: %2").arg(plan.getPlanName(), reply.error));
+            return;
+        }
+        m_model->Remove(uuid);
+        UpdateJournalPlans();
+        Tell(tr("Plan \"%1\" deleted.").arg(plan.getPlanName()));
+    });
+}
+
+void MainWindow::RunPlan()
+{
+    PlanRequest(ExecuteOperationType, tr("started"));
+}
+
+void MainWindow::CancelPlan()
+{
+    PlanRequest(CancelOperationType, tr("cancelled"), kCancelAnswerMs);
+}
+
+void MainWindow::PlanRequest(quint64 type, const QString& verb, int timeoutMs)
+{
+    SchedulerPlan plan;
+    if (!SelectedPlan(plan))
+        return;
+    const QString name = plan.getPlanName();
+    m_client->Send(type, plan.getPlanUuid(), name, QByteArray(), [this, name, verb](const DesktopClient::Reply& reply) {
+        SchedulerPlanData state;
+        if (!reply.ok() || !DecodePayload(reply.data, state)) {
+            Tell(tr("\"%1\" was not %2: %3").arg(name, verb, reply.error));
+            return;
+        }
+        m_model->Upsert(state.getRfrnSchedulerPlan());
+        Tell(tr("\"%1\" %2.").arg(name, verb));
+    }, timeoutMs);
+}
+
+void MainWindow::ShowJournals()
+{
+    SchedulerPlan plan;
+    m_tabs->setCurrentWidget(m_journals);
+    m_journals->ShowPlan(SelectedPlan(plan) ? plan.getPlanUuid() : QString());
+}
+
+void MainWindow::ShowEmailSettings()
+{
+    if (!m_email)
+        m_email = new EmailDialog(m_client, this);
+    m_email->Load();
+    m_email->open();
+}
+
+void MainWindow::closeEvent(QCloseEvent* event)
+{
+    QSettings settings;
+    settings.setValue(QStringLiteral("window/geometry"), saveGeometry());
+    settings.setValue(QStringLiteral("window/planColumns"), m_view->horizontalHeader()->saveState());
+    QMainWindow::closeEvent(event);
+}
