@@ -1,13 +1,14 @@
 // backupframe-desktop: the desktop program in which a person sets up backup plans, watches them
 // run and reads their journals, talking to the reference scheduler service.
 //
-//   backupframe-desktop [--server-name NAME] [--config FILE]
+//   backupframe-desktop [--server-name NAME] [--config FILE] [--screenshots FOLDER]
 //
 // The server name comes from --server-name, else from the scheduler's configuration
 // (Network/scheduler_local_server_name of --config, by default the scheduler's own
 // <data directory>/scheduler.ini), else "SchedulerLocalServer".
 
 #include "mainwindow.h"
+#include "screenshots.h"
 
 #include <backupframe.h>
 
@@ -45,7 +46,10 @@ int main(int argc, char* argv[])
     const QCommandLineOption config(QStringLiteral("config"),
                                     QApplication::translate("main", "The service's configuration file."),
                                     QStringLiteral("FILE"), defaultConfigFile());
-    parser.addOptions({serverName, config});
+    const QCommandLineOption screenshots(QStringLiteral("screenshots"),
+                                         QApplication::translate("main", "Writes PNGs of the windows into FOLDER and quits."),
+                                         QStringLiteral("FOLDER"));
+    parser.addOptions({serverName, config, screenshots});
     parser.process(app);
 
     ConfigReader::IniReader(QFileInfo(parser.value(config)).absoluteFilePath());
@@ -60,5 +64,7 @@ int main(int argc, char* argv[])
         return 1;
     }
     window.show();
+    if (parser.isSet(screenshots))
+        TakeScreenshots(&window, parser.value(screenshots));
     return app.exec();
 }
