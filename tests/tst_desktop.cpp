@@ -94,6 +94,7 @@ private slots:
     void validation();
     void scheduleToTrigger_data();
     void scheduleToTrigger();
+    void dialogTabOrder();
     void planThroughDialogRunsLive();
     void cancelAndJournals();
     void emailSettings();
@@ -160,8 +161,8 @@ void tst_Desktop::StopScheduler()
 
 void tst_Desktop::init()
 {
-    if (QByteArray(QTest::currentTestFunction()).startsWith("validation")
-        || QByteArray(QTest::currentTestFunction()).startsWith("schedule"))
+    const QByteArray function(QTest::currentTestFunction());
+    if (function.startsWith("validation") || function.startsWith("schedule") || function.startsWith("dialog"))
         return;   // the dialog alone
     CommunAttribute endpoint;
     endpoint.setProtocolType(CommunAttribute::LocalProtocol);
@@ -412,6 +413,22 @@ void tst_Desktop::scheduleToTrigger()
                              made.getMonthDays(), QString::number(made.getDayLastFlag())};
     QCOMPARE(fields, trigger);
     QCOMPARE(made.getEndTime(), hasEnd ? QStringLiteral("2032-01-01 00:00:00") : QString());
+}
+
+void tst_Desktop::dialogTabOrder()
+{
+    PlanDialog dialog;
+    dialog.SetOperations(kOperations);
+    QStringList order;
+    QWidget* widget = child<QWidget>(&dialog, "name");
+    do {
+        if (widget->focusPolicy() & Qt::TabFocus && !widget->objectName().isEmpty()
+            && !widget->objectName().startsWith(QLatin1String("qt_")))
+            order << widget->objectName();
+        widget = widget->nextInFocusChain();
+    } while (widget != child<QWidget>(&dialog, "name") && order.size() < 12);
+    QCOMPARE(order.mid(0, 10), (QStringList{"name", "operation", "source", "sourceBrowse", "destination",
+                                            "destinationBrowse", "parameter", "kind", "start", "weekDay1"}));
 }
 
 void tst_Desktop::planThroughDialogRunsLive()

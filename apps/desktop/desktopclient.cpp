@@ -204,11 +204,11 @@ void DesktopClient::onReturnResult(QByteArray blocks)
         reply.answered = true;
         reply.code = result->getUintResult();
         reply.data = result->getResultData();
-        reply.showMessage = result->getShowMsgFlag();
-        if (reply.code != 0) {
-            const QString reason = SchedulerProtocol::ReasonOf(reply.data);
+        const QString reason = SchedulerProtocol::ReasonOf(reply.data);
+        if (reply.code != 0)
             reply.error = reason.isEmpty() ? SchedulerProtocol::ErrorText(reply.code) : reason;
-        }
+        if (result->getShowMsgFlag() && !reason.isEmpty())
+            emit messageForUser(result->getPlanName(), reason);
         Finish(pending.id, reply);
         return;
     }
@@ -229,6 +229,8 @@ void DesktopClient::OnChannelPackage(const ResultChannel& package)
     event.planUuid = request->getPlanUuid();
     event.planName = request->getPlanName();
     event.payload = request->getRequestData();
-    event.showMessage = request->getShowMsgFlag();
     emit eventArrived(event);
+    const QString text = SchedulerProtocol::ReasonOf(event.payload);
+    if (request->getShowMsgFlag() && !text.isEmpty())
+        emit messageForUser(event.planName, text);
 }

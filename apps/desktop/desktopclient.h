@@ -27,7 +27,6 @@ public:
         bool answered = false;
         quint64 code = 0;        // the ResultCommand's unsigned result: 0 is success
         QByteArray data;
-        quint64 showMessage = 0; // the answer's show-message flag
         QString error;           // why nothing usable came (answered false) or the refusal's text
         bool ok() const { return answered && code == 0; }
     };
@@ -39,7 +38,6 @@ public:
         QString planUuid;
         QString planName;
         QByteArray payload;
-        quint64 showMessage = 0;
     };
 
     static constexpr int kAnswerMs = 10000;
@@ -66,6 +64,8 @@ signals:
     void linkChanged(bool up);
     void subscribed();
     void eventArrived(const DesktopClient::Event& event);
+    // An answer or event carried the show-message flag: its text is for the user's eyes.
+    void messageForUser(const QString& title, const QString& text);
 
 private slots:
     void onConnected(quint64 commtype, QString nameorip, quint16 port, bool bflag);

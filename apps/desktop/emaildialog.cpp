@@ -25,6 +25,7 @@ EmailDialog::EmailDialog(DesktopClient* client, QWidget* parent)
     , m_client(client)
 {
     setWindowTitle(tr("E-mail notifications"));
+    setMinimumWidth(480);
     m_enable = new QCheckBox(tr("&Send a mail after runs"), this);
     m_enable->setObjectName(QStringLiteral("enable"));
     m_recipients = new QLineEdit(this);

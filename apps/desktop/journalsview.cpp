@@ -56,9 +56,13 @@ JournalsView::JournalsView(DesktopClient* client, QWidget* parent)
     m_view->setEditTriggers(QAbstractItemView::NoEditTriggers);
     m_view->setWordWrap(true);
     m_view->verticalHeader()->hide();
-    m_view->horizontalHeader()->setStretchLastSection(true);
-    m_view->horizontalHeader()->setSectionResizeMode(ReasonColumn, QHeaderView::Stretch);
     m_view->setAlternatingRowColors(true);
+    // The reason and what to do are read in full: both share the room left, wrapped.
+    for (int column = 0; column < ColumnCount; ++column)
+        m_view->horizontalHeader()->setSectionResizeMode(column, column == ReasonColumn || column == SolutionColumn
+                                                                     ? QHeaderView::Stretch
+                                                                     : QHeaderView::ResizeToContents);
+    m_view->verticalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     m_deleteSelected = new QPushButton(tr("&Delete selected…"), this);
     m_deleteSelected->setObjectName(QStringLiteral("deleteSelected"));
     m_deleteAll = new QPushButton(tr("Delete &all…"), this);
@@ -148,8 +152,6 @@ void JournalsView::Fill(const QList<JournalAttribute>& journals)
         row[SolutionColumn]->setToolTip(journal.getSolution());
         m_model->appendRow(row);
     }
-    m_view->resizeColumnsToContents();
-    m_view->horizontalHeader()->setSectionResizeMode(ReasonColumn, QHeaderView::Stretch);
     m_state->setText(tr("%n journal(s)", nullptr, newestFirst.size()));
     m_deleteAll->setEnabled(!newestFirst.isEmpty());
 }

@@ -55,11 +55,11 @@ MainWindow::MainWindow(const CommunAttribute& endpoint, QWidget* parent)
     connect(m_client, &DesktopClient::linkChanged, this, &MainWindow::OnLinkChanged);
     connect(m_client, &DesktopClient::subscribed, this, &MainWindow::OnSubscribed);
     connect(m_client, &DesktopClient::eventArrived, this, &MainWindow::OnEvent);
+    connect(m_client, &DesktopClient::messageForUser, this, &MainWindow::ShowServiceMessage);
 
     QSettings settings;
     if (!restoreGeometry(settings.value(QStringLiteral("window/geometry")).toByteArray()))
-        resize(980, 560);
-    m_view->horizontalHeader()->restoreState(settings.value(QStringLiteral("window/planColumns")).toByteArray());
+        resize(1100, 580);
     OnLinkChanged(false);
     m_serviceState->setText(tr("Connecting to the backup service…"));
     m_banner->hide();
@@ -145,8 +145,12 @@ void MainWindow::BuildCentral()
     m_view->setEditTriggers(QAbstractItemView::NoEditTriggers);
     m_view->setAlternatingRowColors(true);
     m_view->verticalHeader()->hide();
-    m_view->horizontalHeader()->setStretchLastSection(true);
-    m_view->horizontalHeader()->setSectionResizeMode(PlanModel::ScheduleColumn, QHeaderView::Stretch);
+    // Every column as wide as its text, the schedule taking the room left, the progress bar a fixed width.
+    QHeaderView* header = m_view->horizontalHeader();
+    header->setSectionResizeMode(QHeaderView::ResizeToContents);
+    header->setSectionResizeMode(PlanModel::ScheduleColumn, QHeaderView::Stretch);
+    header->setSectionResizeMode(PlanModel::ProgressColumn, QHeaderView::Fixed);
+    header->resizeSection(PlanModel::ProgressColumn, 170);
     m_view->setItemDelegateForColumn(PlanModel::ProgressColumn, new ProgressDelegate(m_view));
     m_view->setContextMenuPolicy(Qt::ActionsContextMenu);
     m_view->addActions({m_runAction, m_cancelAction, m_editAction, m_deleteAction});
@@ -308,8 +312,6 @@ void MainWindow::OnEvent(const DesktopClient::Event& event)
     default:
         break;
     }
-    if (event.showMessage)
-        ShowServiceMessage(event.planName, ReasonOf(event.payload));
 }
 
 void MainWindow::OnPlanState(const DesktopClient::Event& event)
@@ -346,8 +348,6 @@ void MainWindow::OnJournal(const DesktopClient::Event& event)
 
 void MainWindow::ShowServiceMessage(const QString& title, const QString& text)
 {
-    if (text.isEmpty())
-        return;
     if (m_tray) {
         m_tray->showMessage(title, text);
         return;
@@ -484,6 +484,5 @@ void MainWindow::closeEvent(QCloseEvent* event)
 {
     QSettings settings;
     settings.setValue(QStringLiteral("window/geometry"), saveGeometry());
-    settings.setValue(QStringLiteral("window/planColumns"), m_view->horizontalHeader()->saveState());
     QMainWindow::closeEvent(event);
 }

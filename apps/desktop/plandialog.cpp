@@ -39,12 +39,22 @@ bool lineValue(const QString& line, const QString& key, QString& value)
     return true;
 }
 
+// Shows or hides a row of a form: the field and its label.
+void setRowVisible(QWidget* field, bool visible)
+{
+    field->setVisible(visible);
+    auto* form = qobject_cast<QFormLayout*>(field->parentWidget()->layout());
+    if (QWidget* label = form ? form->labelForField(field) : nullptr)
+        label->setVisible(visible);
+}
+
 } // namespace
 
 PlanDialog::PlanDialog(QWidget* parent)
     : QDialog(parent)
 {
     setWindowTitle(tr("Backup plan"));
+    setMinimumWidth(640);
     m_error = new QLabel(this);
     m_error->setObjectName(QStringLiteral("error"));
     m_error->setWordWrap(true);
@@ -61,6 +71,22 @@ PlanDialog::PlanDialog(QWidget* parent)
     layout->addWidget(buttons);
     OnOperationChanged();
     OnKindChanged();
+    SetTabOrder();
+}
+
+void PlanDialog::SetTabOrder()
+{
+    // Top to bottom, each folder's Browse button right after its field.
+    QList<QWidget*> chain{m_name, m_operation, m_source, findChild<QWidget*>(QStringLiteral("sourceBrowse")),
+                          m_destination, findChild<QWidget*>(QStringLiteral("destinationBrowse")), m_parameter,
+                          m_kind, m_start};
+    for (QCheckBox* day : m_weekDays)
+        chain << day;
+    for (QCheckBox* month : m_months)
+        chain << month;
+    chain << m_monthDays << m_lastDay << m_repeat << m_interval << m_duration << m_hasEnd << m_end;
+    for (int i = 1; i < chain.size(); ++i)
+        setTabOrder(chain[i - 1], chain[i]);
 }
 
 QWidget* PlanDialog::FolderRow(QLineEdit* edit, const QString& title)
@@ -89,9 +115,6 @@ QWidget* PlanDialog::BuildTaskPart()
     m_name->setPlaceholderText(tr("e.g. Photos to the USB disk"));
     m_operation = new QComboBox(box);
     m_operation->setObjectName(QStringLiteral("operation"));
-    m_operationHelp = new QLabel(box);
-    m_operationHelp->setWordWrap(true);
-    m_operationHelp->setStyleSheet(QStringLiteral("color: palette(mid);"));
     m_source = new QLineEdit(box);
     m_source->setObjectName(QStringLiteral("source"));
     m_destination = new QLineEdit(box);
@@ -101,11 +124,10 @@ QWidget* PlanDialog::BuildTaskPart()
     m_parameter = new QPlainTextEdit(box);
     m_parameter->setObjectName(QStringLiteral("parameter"));
     m_parameter->setTabChangesFocus(true);
-    m_parameter->setMaximumHeight(m_parameter->fontMetrics().lineSpacing() * 4 + 12);
+    m_parameter->setFixedHeight(m_parameter->fontMetrics().lineSpacing() * 3 + 12);
 
     form->addRow(tr("&Name:"), m_name);
     form->addRow(tr("&Operation:"), m_operation);
-    form->addRow(QString(), m_operationHelp);
     form->addRow(tr("&Back up:"), m_sourceRow);
     form->addRow(tr("&Into:"), m_destinationRow);
     form->addRow(tr("&Settings:"), m_parameter);
@@ -211,8 +233,13 @@ void PlanDialog::SetOperations(const QStringList& entries)
 
 void PlanDialog::OnOperationChanged()
 {
-    m_operationHelp->setText(m_operation->currentData().toString());
+    // What the operation's parameter holds, where its settings are typed.
+    const QString help = m_operation->currentData().toString();
     const bool folders = TakesFolders();
+    m_parameter->setPlaceholderText(folders ? tr("Optional, one a line, e.g. exclude=*.tmp or verify=1 "
+                                                 "(point here for all that the operation takes)")
+                                            : help);
+    m_parameter->setToolTip(help);
     m_sourceRow->setEnabled(folders);
     m_destinationRow->setEnabled(folders);
 }
@@ -227,8 +254,9 @@ void PlanDialog::OnKindChanged()
 {
     const int kind = m_kind->currentIndex();
     m_start->setEnabled(kind != OnDemand);
-    m_weekPart->setEnabled(kind == Weekly);
-    m_monthPart->setEnabled(kind == Monthly);
+    // Only the days that the kind of schedule asks for are on show.
+    setRowVisible(m_weekPart, kind == Weekly);
+    setRowVisible(m_monthPart, kind == Monthly);
     m_repeat->setEnabled(kind != OnDemand);
     m_interval->setEnabled(kind != OnDemand && m_repeat->isChecked());
     m_duration->setEnabled(kind != OnDemand && m_repeat->isChecked());

@@ -56,6 +56,7 @@ private:
     QWidget* BuildTaskPart();
     QWidget* BuildSchedulePart();
     QWidget* FolderRow(QLineEdit* edit, const QString& title);
+    void SetTabOrder();
     void OnOperationChanged();
     void OnKindChanged();
     QByteArray Parameter() const;
@@ -67,7 +68,6 @@ private:
     SchedulerPlan m_plan;
     QLineEdit* m_name;
     QComboBox* m_operation;
-    QLabel* m_operationHelp;
     QWidget* m_sourceRow;
     QWidget* m_destinationRow;
     QLineEdit* m_source;

@@ -36,6 +36,17 @@ QString monthNames(const QString& list)
     return names.join(QStringLiteral(", "));
 }
 
+// A stored time as a person reads it: "today 16:53", "2030-01-07 18:30".
+QString shortTime(const QString& text)
+{
+    const QDateTime time = QDateTime::fromString(text, TimeText::Format());
+    if (!time.isValid())
+        return text;
+    if (time.date() == QDate::currentDate())
+        return PlanModel::tr("today %1").arg(time.toString(QStringLiteral("hh:mm")));
+    return time.toString(QStringLiteral("yyyy-MM-dd hh:mm"));
+}
+
 QString hours(quint64 seconds)
 {
     if (seconds % 3600 == 0)
@@ -89,12 +100,26 @@ QVariant PlanModel::data(const QModelIndex& index, int role) const
             return plan.getErrorMessage();
         if (index.column() == OperationColumn)
             return QString::fromUtf8(plan.getTaskAttribute().getOperationParameter());
+        if (index.column() == ScheduleColumn)
+            return ScheduleText(plan.getTriggerAttribute());
+        if (index.column() == LastRunColumn)
+            return plan.getIsRunning() ? plan.getStartTime() : plan.getEndTime();
+        if (index.column() == NextStartColumn)
+            return plan.getNextStartTime();
         return QVariant();
     case ProgressRole:
         return plan.getIsRunning() ? Percent(plan) : -1;
+    case ProgressKnownRole:
+        return plan.getTotalBytesToCopy() > 0;
+    case Qt::TextAlignmentRole:
+        return index.column() == ProgressColumn ? QVariant(Qt::AlignCenter) : QVariant();
     case SortRole:
-        return index.column() == ProgressColumn ? QVariant(plan.getIsRunning() ? Percent(plan) : -1)
-                                                : Display(plan, index.column());
+        switch (index.column()) {
+        case ProgressColumn: return plan.getIsRunning() ? Percent(plan) : -1;
+        case LastRunColumn: return plan.getIsRunning() ? plan.getStartTime() : plan.getEndTime();
+        case NextStartColumn: return plan.getNextStartTime();
+        default: return Display(plan, index.column());
+        }
     case UuidRole:
         return plan.getPlanUuid();
     default:
@@ -109,15 +134,15 @@ QVariant PlanModel::Display(const SchedulerPlan& plan, int column) const
     case OperationColumn: return plan.getTaskAttribute().getOperationRegisterName();
     case ScheduleColumn: return ScheduleText(plan.getTriggerAttribute());
     case StatusColumn: return StatusText(plan);
-    case LastRunColumn: return plan.getIsRunning() ? plan.getStartTime() : plan.getEndTime();
-    case NextStartColumn: return plan.getNextStartTime();
+    case LastRunColumn: return shortTime(plan.getIsRunning() ? plan.getStartTime() : plan.getEndTime());
+    case NextStartColumn: return shortTime(plan.getNextStartTime());
     case ProgressColumn:
         if (!plan.getIsRunning())
             return QString();
         return plan.getTotalBytesToCopy() > 0
             ? tr("%1 of %2").arg(AgentOutput::ByteSize(plan.getBytesProcessed()),
                                  AgentOutput::ByteSize(plan.getTotalBytesToCopy()))
-            : tr("running");
+            : tr("running…");
     default: return QVariant();
     }
 }
@@ -181,7 +206,7 @@ QString PlanModel::ScheduleText(const TriggerAttribute& trigger)
             text += tr(" for %1").arg(hours(trigger.getDuration()));
     }
     if (trigger.getTriggerEndFlag())
-        text += tr(", until %1").arg(trigger.getEndTime());
+        text += tr(", until %1").arg(shortTime(trigger.getEndTime()));
     return text;
 }
 

@@ -17,6 +17,7 @@ public:
                   ProgressColumn, ColumnCount };
     enum Role {
         ProgressRole = Qt::UserRole,   // 0..100 while the plan runs and its size is known, else -1
+        ProgressKnownRole,             // whether the running plan's size is known
         SortRole,
         UuidRole
     };

@@ -13,12 +13,14 @@ void ProgressDelegate::paint(QPainter* painter, const QStyleOptionViewItem& opti
         QStyledItemDelegate::paint(painter, option, index);
         return;
     }
+    // A run whose size is not known (yet) shows a busy bar with the cell's text.
+    const bool known = index.data(PlanModel::ProgressKnownRole).toBool();
     QStyleOptionProgressBar bar;
-    bar.rect = option.rect.adjusted(2, 2, -2, -2);
+    bar.rect = option.rect.adjusted(2, 3, -2, -3);
     bar.minimum = 0;
-    bar.maximum = 100;
-    bar.progress = percent;
-    bar.text = QStringLiteral("%1%").arg(percent);
+    bar.maximum = known ? 100 : 0;
+    bar.progress = known ? percent : 0;
+    bar.text = known ? QStringLiteral("%1%").arg(percent) : index.data(Qt::DisplayRole).toString();
     bar.textVisible = true;
     bar.state = option.state | QStyle::State_Horizontal;
     QStyle* style = option.widget ? option.widget->style() : QApplication::style();
