@@ -496,10 +496,14 @@ void tst_Desktop::cancelAndJournals()
     view->sortByColumn(PlanModel::NameColumn, Qt::DescendingOrder);
     QCOMPARE(view->model()->index(view->model()->rowCount() - 1, 0).data().toString(), QStringLiteral("a-quick"));
 
+    // By keys: Ctrl+R runs the selected plan, Ctrl+. cancels its run.
+    QApplication::setActiveWindow(m_window.get());
+    QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
+    view->setFocus();
     Select(QStringLiteral("b-wait"));
-    m_window->RunPlan();
+    QTest::keyClick(view, Qt::Key_R, Qt::ControlModifier);
     QTRY_COMPARE_WITH_TIMEOUT(PlanModel::StatusText(Plan("b-wait")), QStringLiteral("Running"), kWaitMs);
-    m_window->CancelPlan();
+    QTest::keyClick(view, Qt::Key_Period, Qt::ControlModifier);
     QTRY_COMPARE_WITH_TIMEOUT(PlanModel::StatusText(Plan("b-wait")), QStringLiteral("Cancelled"), kWaitMs);
     QTRY_COMPARE_WITH_TIMEOUT(m_window->LastResult(), QStringLiteral("b-wait: Cancelled"), kWaitMs);
 
@@ -514,9 +518,11 @@ void tst_Desktop::cancelAndJournals()
     journals->ShowPlan(QString());
     QTRY_VERIFY_WITH_TIMEOUT(JournalColumn(JournalsView::PlanColumn).contains("b-wait"), kWaitMs);
     const int before = journals->Model()->rowCount();
+    journals->View()->setFocus();
     journals->View()->selectRow(0);
-    child<QPushButton>(journals, "deleteSelected")->click();
+    QTest::keyClick(journals->View(), Qt::Key_Delete);   // the Del key, as the button
     QTRY_COMPARE_WITH_TIMEOUT(journals->Model()->rowCount(), before - 1, kWaitMs);
+    QVERIFY2(Row("a-quick") >= 0, "Del in the journals deleted the selected plan");
     journals->SetConfirm([](const QString&) { return false; });
     child<QPushButton>(journals, "deleteAll")->click();
     journals->Reload();

@@ -3,6 +3,7 @@
 #include "desktopclient.h"
 #include "protocol.h"
 
+#include <QAction>
 #include <QComboBox>
 #include <QHBoxLayout>
 #include <QHeaderView>
@@ -89,6 +90,11 @@ JournalsView::JournalsView(DesktopClient* client, QWidget* parent)
     connect(reload, &QPushButton::clicked, this, &JournalsView::Reload);
     connect(m_deleteSelected, &QPushButton::clicked, this, &JournalsView::DeleteSelected);
     connect(m_deleteAll, &QPushButton::clicked, this, &JournalsView::DeleteAll);
+    auto* deleteKey = new QAction(tr("Delete selected journals"), m_view);
+    deleteKey->setShortcut(QKeySequence::Delete);
+    deleteKey->setShortcutContext(Qt::WidgetShortcut);
+    connect(deleteKey, &QAction::triggered, this, &JournalsView::DeleteSelected);
+    m_view->addAction(deleteKey);
 }
 
 void JournalsView::SetPlans(const QList<QPair<QString, QString>>& plans)

@@ -154,6 +154,9 @@ void MainWindow::BuildCentral()
     m_view->setItemDelegateForColumn(PlanModel::ProgressColumn, new ProgressDelegate(m_view));
     m_view->setContextMenuPolicy(Qt::ActionsContextMenu);
     m_view->addActions({m_runAction, m_cancelAction, m_editAction, m_deleteAction});
+    // Their keys act on the plan table only: Del in the journals must not delete a plan.
+    for (QAction* action : {m_runAction, m_cancelAction, m_editAction, m_deleteAction})
+        action->setShortcutContext(Qt::WidgetWithChildrenShortcut);
     connect(m_view, &QTableView::activated, this, &MainWindow::EditPlan);
     connect(m_view->selectionModel(), &QItemSelectionModel::selectionChanged, this, &MainWindow::UpdateActions);
     connect(m_model, &QAbstractItemModel::dataChanged, this, &MainWindow::UpdateActions);
