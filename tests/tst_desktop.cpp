@@ -5,6 +5,7 @@
 #include "mainwindow.h"
 #include "plandialog.h"
 #include "planmodel.h"
+#include "scheduleeditor.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -99,6 +100,7 @@ private slots:
     void cancelAndJournals();
     void emailSettings();
     void bannerAndReconnect();
+    void geometryRemembered();
 
 private:
     bool StartScheduler();
@@ -269,7 +271,7 @@ void tst_Desktop::validation_data()
     QTest::addColumn<QString>("problem");       // a part of the message; empty: accepted
 
     const QString ok = QStringLiteral("EXISTING");
-    const int daily = PlanDialog::Daily;
+    const int daily = ScheduleEditor::Daily;
     QTest::newRow("a daily copy between two folders is accepted")
         << "nightly" << "copy" << ok << ok << daily << 1 << "" << "" << false << 0 << QPoint() << "";
     QTest::newRow("a plan without a name is refused")
@@ -284,22 +286,22 @@ void tst_Desktop::validation_data()
     QTest::newRow("a copy into its own source is refused")
         << "n" << "copy" << ok << "SAME" << daily << 1 << "" << "" << false << 0 << QPoint() << "must be different";
     QTest::newRow("a single run in the past is refused")
-        << "n" << "sleep" << "" << "" << int(PlanDialog::Once) << -1 << "" << "" << false << 0 << QPoint()
+        << "n" << "sleep" << "" << "" << int(ScheduleEditor::Once) << -1 << "" << "" << false << 0 << QPoint()
         << "start in the future";
     QTest::newRow("a weekly plan without a day is refused")
-        << "n" << "sleep" << "" << "" << int(PlanDialog::Weekly) << 1 << "" << "" << false << 0 << QPoint()
+        << "n" << "sleep" << "" << "" << int(ScheduleEditor::Weekly) << 1 << "" << "" << false << 0 << QPoint()
         << "one day of the week";
     QTest::newRow("a monthly plan on day 32 is refused")
-        << "n" << "sleep" << "" << "" << int(PlanDialog::Monthly) << 1 << "" << "1,32" << false << 0 << QPoint()
+        << "n" << "sleep" << "" << "" << int(ScheduleEditor::Monthly) << 1 << "" << "1,32" << false << 0 << QPoint()
         << "days 1 to 31, not 32";
     QTest::newRow("a monthly plan with words for days is refused")
-        << "n" << "sleep" << "" << "" << int(PlanDialog::Monthly) << 1 << "" << "first" << false << 0 << QPoint()
+        << "n" << "sleep" << "" << "" << int(ScheduleEditor::Monthly) << 1 << "" << "first" << false << 0 << QPoint()
         << "numbers separated by commas";
     QTest::newRow("a monthly plan without days or the last day is refused")
-        << "n" << "sleep" << "" << "" << int(PlanDialog::Monthly) << 1 << "" << "" << false << 0 << QPoint()
+        << "n" << "sleep" << "" << "" << int(ScheduleEditor::Monthly) << 1 << "" << "" << false << 0 << QPoint()
         << "days of the month";
     QTest::newRow("a monthly plan on the last day alone is accepted")
-        << "n" << "sleep" << "" << "" << int(PlanDialog::Monthly) << 1 << "" << "" << true << 0 << QPoint() << "";
+        << "n" << "sleep" << "" << "" << int(ScheduleEditor::Monthly) << 1 << "" << "" << true << 0 << QPoint() << "";
     QTest::newRow("an end before the start is refused")
         << "n" << "sleep" << "" << "" << daily << 1 << "" << "" << false << -2 << QPoint() << "stop before it starts";
     QTest::newRow("a repetition shorter than its interval is refused")
@@ -363,22 +365,22 @@ void tst_Desktop::scheduleToTrigger_data()
 
     const QString start = QStringLiteral("2031-03-03 09:30:00");
     QTest::newRow("only when started leaves the start empty")
-        << int(PlanDialog::OnDemand) << QStringList() << "" << QPoint() << false
+        << int(ScheduleEditor::OnDemand) << QStringList() << "" << QPoint() << false
         << QStringList{"0", "", "0", "0", "0", "", "", "", "0"};
     QTest::newRow("once fires at the start")
-        << int(PlanDialog::Once) << QStringList() << "" << QPoint() << false
+        << int(ScheduleEditor::Once) << QStringList() << "" << QPoint() << false
         << QStringList{"0", start, "0", "0", "0", "", "", "", "0"};
     QTest::newRow("daily with a repetition counts hours as seconds")
-        << int(PlanDialog::Daily) << QStringList() << "" << QPoint(2, 6) << false
+        << int(ScheduleEditor::Daily) << QStringList() << "" << QPoint(2, 6) << false
         << QStringList{"1", start, "0", "7200", "21600", "", "", "", "0"};
     QTest::newRow("weekly on Monday and Friday with an end sets the end flag")
-        << int(PlanDialog::Weekly) << QStringList{"weekDay1", "weekDay5"} << "" << QPoint() << true
+        << int(ScheduleEditor::Weekly) << QStringList{"weekDay1", "weekDay5"} << "" << QPoint() << true
         << QStringList{"2", start, "1", "0", "0", "1,5", "", "", "0"};
     QTest::newRow("monthly in every month lists no months")
-        << int(PlanDialog::Monthly) << QStringList{"lastDay"} << "1, 15" << QPoint() << false
+        << int(ScheduleEditor::Monthly) << QStringList{"lastDay"} << "1, 15" << QPoint() << false
         << QStringList{"3", start, "0", "0", "0", "", "", "1,15", "1"};
     QTest::newRow("monthly in January and July lists those")
-        << int(PlanDialog::Monthly)
+        << int(ScheduleEditor::Monthly)
         << QStringList{"-month2", "-month3", "-month4", "-month5", "-month6", "-month8", "-month9", "-month10",
                        "-month11", "-month12"}
         << "31" << QPoint() << false << QStringList{"3", start, "0", "0", "0", "", "1,7", "31", "0"};
@@ -476,7 +478,7 @@ void tst_Desktop::planThroughDialogRunsLive()
     PlanDialog* dialog = ShownDialog();
     QVERIFY(dialog);
     QCOMPARE(child<QLineEdit>(dialog, "source")->text(), source);
-    setCombo(dialog, "kind", PlanDialog::Weekly);
+    setCombo(dialog, "kind", ScheduleEditor::Weekly);
     child<QCheckBox>(dialog, "weekDay3")->setChecked(true);
     child<QDateTimeEdit>(dialog, "start")->setDateTime(QDateTime::fromString("2031-01-01 02:00:00", TimeText::Format()));
     QVERIFY(makeTree(source, 1 << 20));
@@ -583,6 +585,14 @@ void tst_Desktop::bannerAndReconnect()
     Select(QStringLiteral("survivor"));
     m_window->RunPlan();
     QTRY_COMPARE_WITH_TIMEOUT(m_window->LastResult(), QStringLiteral("survivor: Succeeded"), kWaitMs);
+}
+
+void tst_Desktop::geometryRemembered()
+{
+    m_window->resize(777, 444);
+    m_window->close();
+    MainWindow again{CommunAttribute()};
+    QCOMPARE(again.size(), QSize(777, 444));
 }
 
 QTEST_MAIN(tst_Desktop)

@@ -1,22 +1,18 @@
 #include "plandialog.h"
 
-#include <QCheckBox>
+#include "scheduleeditor.h"
+
 #include <QComboBox>
-#include <QDateTimeEdit>
 #include <QDialogButtonBox>
 #include <QDir>
 #include <QFileDialog>
 #include <QFormLayout>
-#include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
-#include <QLocale>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QRegularExpression>
-#include <QSpinBox>
 #include <QVBoxLayout>
 
 namespace {
@@ -39,15 +35,6 @@ bool lineValue(const QString& line, const QString& key, QString& value)
     return true;
 }
 
-// Shows or hides a row of a form: the field and its label.
-void setRowVisible(QWidget* field, bool visible)
-{
-    field->setVisible(visible);
-    auto* form = qobject_cast<QFormLayout*>(field->parentWidget()->layout());
-    if (QWidget* label = form ? form->labelForField(field) : nullptr)
-        label->setVisible(visible);
-}
-
 } // namespace
 
 PlanDialog::PlanDialog(QWidget* parent)
@@ -66,11 +53,11 @@ PlanDialog::PlanDialog(QWidget* parent)
 
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(BuildTaskPart());
-    layout->addWidget(BuildSchedulePart());
+    m_schedule = new ScheduleEditor(this);
+    layout->addWidget(m_schedule);
     layout->addWidget(m_error);
     layout->addWidget(buttons);
     OnOperationChanged();
-    OnKindChanged();
     SetTabOrder();
 }
 
@@ -78,13 +65,8 @@ void PlanDialog::SetTabOrder()
 {
     // Top to bottom, each folder's Browse button right after its field.
     QList<QWidget*> chain{m_name, m_operation, m_source, findChild<QWidget*>(QStringLiteral("sourceBrowse")),
-                          m_destination, findChild<QWidget*>(QStringLiteral("destinationBrowse")), m_parameter,
-                          m_kind, m_start};
-    for (QCheckBox* day : m_weekDays)
-        chain << day;
-    for (QCheckBox* month : m_months)
-        chain << month;
-    chain << m_monthDays << m_lastDay << m_repeat << m_interval << m_duration << m_hasEnd << m_end;
+                          m_destination, findChild<QWidget*>(QStringLiteral("destinationBrowse")), m_parameter};
+    chain << m_schedule->TabChain();
     for (int i = 1; i < chain.size(); ++i)
         setTabOrder(chain[i - 1], chain[i]);
 }
@@ -135,90 +117,6 @@ QWidget* PlanDialog::BuildTaskPart()
     return box;
 }
 
-QWidget* PlanDialog::BuildSchedulePart()
-{
-    auto* box = new QGroupBox(tr("When"), this);
-    auto* form = new QFormLayout(box);
-    m_kind = new QComboBox(box);
-    m_kind->setObjectName(QStringLiteral("kind"));
-    m_kind->addItems({tr("Only when I start it"), tr("Once"), tr("Every day"), tr("Every week"), tr("Every month")});
-    m_start = new QDateTimeEdit(QDateTime::currentDateTime().addSecs(3600), box);
-    m_start->setObjectName(QStringLiteral("start"));
-    m_start->setDisplayFormat(QStringLiteral("yyyy-MM-dd hh:mm"));
-    m_start->setCalendarPopup(true);
-
-    m_weekPart = new QWidget(box);
-    auto* week = new QHBoxLayout(m_weekPart);
-    week->setContentsMargins(0, 0, 0, 0);
-    for (int day = 1; day <= 7; ++day) {
-        auto* check = new QCheckBox(QLocale().dayName(day, QLocale::ShortFormat), m_weekPart);
-        check->setObjectName(QStringLiteral("weekDay%1").arg(day));
-        m_weekDays.append(check);
-        week->addWidget(check);
-    }
-    m_monthPart = new QWidget(box);
-    auto* month = new QGridLayout(m_monthPart);
-    month->setContentsMargins(0, 0, 0, 0);
-    for (int number = 1; number <= 12; ++number) {
-        auto* check = new QCheckBox(QLocale().monthName(number, QLocale::ShortFormat), m_monthPart);
-        check->setObjectName(QStringLiteral("month%1").arg(number));
-        check->setChecked(true);
-        m_months.append(check);
-        month->addWidget(check, (number - 1) / 6, (number - 1) % 6);
-    }
-    m_monthDays = new QLineEdit(m_monthPart);
-    m_monthDays->setObjectName(QStringLiteral("monthDays"));
-    m_monthDays->setPlaceholderText(tr("days, e.g. 1,15"));
-    m_lastDay = new QCheckBox(tr("and the &last day of the month"), m_monthPart);
-    m_lastDay->setObjectName(QStringLiteral("lastDay"));
-    month->addWidget(m_monthDays, 2, 0, 1, 3);
-    month->addWidget(m_lastDay, 2, 3, 1, 3);
-
-    auto* repeatRow = new QWidget(box);
-    auto* repeat = new QHBoxLayout(repeatRow);
-    repeat->setContentsMargins(0, 0, 0, 0);
-    m_repeat = new QCheckBox(tr("&Repeat every"), repeatRow);
-    m_repeat->setObjectName(QStringLiteral("repeat"));
-    m_interval = new QSpinBox(repeatRow);
-    m_interval->setObjectName(QStringLiteral("interval"));
-    m_interval->setRange(1, 24 * 31);
-    m_interval->setSuffix(tr(" h"));
-    m_duration = new QSpinBox(repeatRow);
-    m_duration->setObjectName(QStringLiteral("duration"));
-    m_duration->setRange(0, 24 * 366);
-    m_duration->setSuffix(tr(" h"));
-    m_duration->setSpecialValueText(tr("until the next start"));
-    repeat->addWidget(m_repeat);
-    repeat->addWidget(m_interval);
-    repeat->addWidget(new QLabel(tr("for"), repeatRow));
-    repeat->addWidget(m_duration);
-    repeat->addStretch();
-
-    auto* endRow = new QWidget(box);
-    auto* end = new QHBoxLayout(endRow);
-    end->setContentsMargins(0, 0, 0, 0);
-    m_hasEnd = new QCheckBox(tr("&Stop after"), endRow);
-    m_hasEnd->setObjectName(QStringLiteral("hasEnd"));
-    m_end = new QDateTimeEdit(QDateTime::currentDateTime().addDays(365), endRow);
-    m_end->setObjectName(QStringLiteral("end"));
-    m_end->setDisplayFormat(QStringLiteral("yyyy-MM-dd hh:mm"));
-    m_end->setCalendarPopup(true);
-    end->addWidget(m_hasEnd);
-    end->addWidget(m_end);
-    end->addStretch();
-
-    form->addRow(tr("&Run:"), m_kind);
-    form->addRow(tr("S&tarting:"), m_start);
-    form->addRow(tr("On:"), m_weekPart);
-    form->addRow(tr("In:"), m_monthPart);
-    form->addRow(QString(), repeatRow);
-    form->addRow(QString(), endRow);
-    connect(m_kind, QOverload<int>::of(&QComboBox::currentIndexChanged), this, &PlanDialog::OnKindChanged);
-    connect(m_repeat, &QCheckBox::toggled, this, &PlanDialog::OnKindChanged);
-    connect(m_hasEnd, &QCheckBox::toggled, this, &PlanDialog::OnKindChanged);
-    return box;
-}
-
 void PlanDialog::SetOperations(const QStringList& entries)
 {
     const QString current = m_operation->currentText();
@@ -250,20 +148,6 @@ bool PlanDialog::TakesFolders() const
     return help.contains(kSourceKey + QLatin1Char('=')) && help.contains(kDestinationKey + QLatin1Char('='));
 }
 
-void PlanDialog::OnKindChanged()
-{
-    const int kind = m_kind->currentIndex();
-    m_start->setEnabled(kind != OnDemand);
-    // Only the days that the kind of schedule asks for are on show.
-    setRowVisible(m_weekPart, kind == Weekly);
-    setRowVisible(m_monthPart, kind == Monthly);
-    m_repeat->setEnabled(kind != OnDemand);
-    m_interval->setEnabled(kind != OnDemand && m_repeat->isChecked());
-    m_duration->setEnabled(kind != OnDemand && m_repeat->isChecked());
-    m_hasEnd->setEnabled(kind > Once);
-    m_end->setEnabled(kind > Once && m_hasEnd->isChecked());
-}
-
 void PlanDialog::SetPlan(const SchedulerPlan& plan)
 {
     m_plan = plan;
@@ -285,37 +169,7 @@ void PlanDialog::SetPlan(const SchedulerPlan& plan)
     }
     m_parameter->setPlainText(rest.join(QLatin1Char('\n')));
 
-    const TriggerAttribute trigger = plan.getTriggerAttribute();
-    const QDateTime start = QDateTime::fromString(trigger.getStartTime(), TimeText::Format());
-    m_kind->setCurrentIndex(start.isValid() ? static_cast<int>(qMin<quint64>(trigger.getTriggerType(), 3)) + 1 : OnDemand);
-    if (start.isValid())
-        m_start->setDateTime(start);
-    const QStringList days = trigger.getWeekDays().split(QLatin1Char(','), Qt::SkipEmptyParts);
-    for (int i = 0; i < m_weekDays.size(); ++i)
-        m_weekDays[i]->setChecked(days.contains(QString::number(i + 1)));
-    const QStringList months = trigger.getWhichMoths().split(QLatin1Char(','), Qt::SkipEmptyParts);
-    for (int i = 0; i < m_months.size(); ++i)
-        m_months[i]->setChecked(months.isEmpty() || months.contains(QString::number(i + 1)));
-    m_monthDays->setText(trigger.getMonthDays());
-    m_lastDay->setChecked(trigger.getDayLastFlag() != 0);
-    m_repeat->setChecked(trigger.getInterval() > 0);
-    m_interval->setValue(static_cast<int>(qMax<quint64>(1, trigger.getInterval() / 3600)));
-    m_duration->setValue(static_cast<int>(trigger.getDuration() / 3600));
-    m_hasEnd->setChecked(trigger.getTriggerEndFlag() != 0);
-    const QDateTime endTime = QDateTime::fromString(trigger.getEndTime(), TimeText::Format());
-    if (endTime.isValid())
-        m_end->setDateTime(endTime);
-    OnKindChanged();
-}
-
-QString PlanDialog::CheckedList(const QList<QCheckBox*>& boxes)
-{
-    QStringList numbers;
-    for (int i = 0; i < boxes.size(); ++i) {
-        if (boxes[i]->isChecked())
-            numbers << QString::number(i + 1);
-    }
-    return numbers.join(QLatin1Char(','));
+    m_schedule->SetTrigger(plan.getTriggerAttribute());
 }
 
 QString PlanDialog::PlanName() const
@@ -336,36 +190,12 @@ QByteArray PlanDialog::Parameter() const
     return lines.join(QLatin1Char('\n')).toUtf8();
 }
 
-SchedulerDialogData PlanDialog::DialogData() const
-{
-    SchedulerDialogData data;
-    const int kind = m_kind->currentIndex();
-    if (kind == OnDemand)
-        return data;   // no start time: the plan runs only when asked
-    const bool repeats = m_repeat->isChecked();
-    data.setTriggerType(QString::number(kind - 1));
-    data.setStartTime(m_start->dateTime().toString(TimeText::Format()));
-    if (kind > Once && m_hasEnd->isChecked())
-        data.setEndTime(m_end->dateTime().toString(TimeText::Format()));
-    data.setIntervalHours(repeats ? QString::number(m_interval->value()) : QString());
-    data.setDurationHours(repeats ? QString::number(m_duration->value()) : QString());
-    if (kind == Weekly)
-        data.setWeekDays(CheckedList(m_weekDays));
-    if (kind == Monthly) {
-        const QString months = CheckedList(m_months);
-        data.setMonths(months.count(QLatin1Char(',')) == 11 ? QString() : months);   // all twelve: every month
-        data.setMonthDays(m_monthDays->text().remove(QLatin1Char(' ')));
-        data.setDayLastFlag(m_lastDay->isChecked() ? QStringLiteral("1") : QStringLiteral("0"));
-    }
-    return data;
-}
-
 RequestNewOperationData PlanDialog::NewOperationData() const
 {
     RequestNewOperationData data;
     data.getObjectTaskAttribute().setOperationRegisterName(m_operation->currentText());
     data.getObjectTaskAttribute().setOperationParameter(Parameter());
-    const SchedulerDialogData dialog = DialogData();
+    const SchedulerDialogData dialog = m_schedule->DialogData();
     data.GetDialogTrigger(dialog);
     // The dialog record has no end flag: an end time given means the schedule ends.
     data.getObjectTriggerAttribute().setTriggerEndFlag(dialog.getEndTime().isEmpty() ? 0 : 1);
@@ -397,7 +227,7 @@ QString PlanDialog::Validate() const
     if (PlanName().isEmpty())
         return tr("Give the plan a name.");
     const QString task = ValidateTask();
-    return task.isEmpty() ? ValidateSchedule() : task;
+    return task.isEmpty() ? m_schedule->Validate() : task;
 }
 
 QString PlanDialog::ValidateTask() const
@@ -420,37 +250,6 @@ QString PlanDialog::ValidateTask() const
         return tr("The folder to back up into does not exist: %1. Create it first.").arg(destination);
     if (QDir::cleanPath(source) == QDir::cleanPath(destination))
         return tr("The folder to back up and the folder to back up into must be different.");
-    return QString();
-}
-
-QString PlanDialog::ValidateSchedule() const
-{
-    const int kind = m_kind->currentIndex();
-    if (kind == OnDemand)
-        return QString();
-    if (kind == Once && m_start->dateTime() <= QDateTime::currentDateTime())
-        return tr("A plan that runs once needs a start in the future.");
-    if (kind == Weekly && CheckedList(m_weekDays).isEmpty())
-        return tr("Tick at least one day of the week.");
-    if (kind == Monthly) {
-        if (CheckedList(m_months).isEmpty())
-            return tr("Tick at least one month.");
-        const QString days = m_monthDays->text().remove(QLatin1Char(' '));
-        static const QRegularExpression list(QStringLiteral("^(\\d{1,2})(,\\d{1,2})*$"));
-        if (days.isEmpty() && !m_lastDay->isChecked())
-            return tr("Give the days of the month (e.g. 1,15) or tick \"last day of the month\".");
-        if (!days.isEmpty() && !list.match(days).hasMatch())
-            return tr("Days of the month are numbers separated by commas, e.g. 1,15.");
-        for (const QString& day : days.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
-            if (day.toInt() < 1 || day.toInt() > 31)
-                return tr("A month has days 1 to 31, not %1.").arg(day);
-        }
-    }
-    if (m_repeat->isChecked() && m_duration->value() > 0 && m_duration->value() < m_interval->value())
-        return tr("Repeating every %1 h for only %2 h never repeats: make the time to repeat for longer.")
-            .arg(m_interval->value()).arg(m_duration->value());
-    if (kind > Once && m_hasEnd->isChecked() && m_end->dateTime() <= m_start->dateTime())
-        return tr("The plan would stop before it starts: choose a stop date after the start.");
     return QString();
 }
 
