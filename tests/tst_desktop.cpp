@@ -11,6 +11,11 @@
 #include <QComboBox>
 #include <QDateTimeEdit>
 #include <QDialogButtonBox>
+#include <QLabel>
+#include <QMainWindow>
+#include <QMenuBar>
+#include <QRegularExpression>
+#include <QTabBar>
 #include <QDir>
 #include <QLineEdit>
 #include <QPlainTextEdit>
@@ -96,6 +101,8 @@ private slots:
     void scheduleToTrigger_data();
     void scheduleToTrigger();
     void dialogTabOrder();
+    void mnemonicsUnique_data();
+    void mnemonicsUnique();
     void planThroughDialogRunsLive();
     void cancelAndJournals();
     void emailSettings();
@@ -164,7 +171,8 @@ void tst_Desktop::StopScheduler()
 void tst_Desktop::init()
 {
     const QByteArray function(QTest::currentTestFunction());
-    if (function.startsWith("validation") || function.startsWith("schedule") || function.startsWith("dialog"))
+    if (function.startsWith("validation") || function.startsWith("schedule") || function.startsWith("dialog")
+        || function.startsWith("mnemonics"))
         return;   // the dialog alone
     CommunAttribute endpoint;
     endpoint.setProtocolType(CommunAttribute::LocalProtocol);
@@ -431,6 +439,51 @@ void tst_Desktop::dialogTabOrder()
     } while (widget != child<QWidget>(&dialog, "name") && order.size() < 12);
     QCOMPARE(order.mid(0, 10), (QStringList{"name", "operation", "source", "sourceBrowse", "destination",
                                             "destinationBrowse", "parameter", "kind", "start", "weekDay1"}));
+}
+
+void tst_Desktop::mnemonicsUnique_data()
+{
+    QTest::addColumn<QString>("window");
+    QTest::newRow("the main window with its journals") << "main";
+    QTest::newRow("the plan dialog") << "plan";
+    QTest::newRow("the e-mail dialog") << "email";
+}
+
+// Alt+letter reaches one thing only: two labels with the same letter make both keys dead.
+void tst_Desktop::mnemonicsUnique()
+{
+    QFETCH(QString, window);
+    std::unique_ptr<QWidget> shown;
+    if (window == QLatin1String("main"))
+        shown.reset(new MainWindow(CommunAttribute()));
+    else if (window == QLatin1String("plan"))
+        shown.reset(new PlanDialog);
+    else
+        shown.reset(new EmailDialog(nullptr));
+    QStringList texts;
+    for (QLabel* label : shown->findChildren<QLabel*>())
+        texts << label->text();
+    for (QAbstractButton* button : shown->findChildren<QAbstractButton*>())
+        texts << button->text();
+    for (QTabBar* tabs : shown->findChildren<QTabBar*>()) {
+        for (int i = 0; i < tabs->count(); ++i)
+            texts << tabs->tabText(i);
+    }
+    if (auto* main = qobject_cast<QMainWindow*>(shown.get())) {
+        for (QAction* menu : main->menuBar()->actions())
+            texts << menu->text();
+    }
+    QMap<QChar, QString> seen;
+    static const QRegularExpression mnemonic(QStringLiteral("&([^&])"));
+    for (const QString& text : texts) {
+        const QRegularExpressionMatch match = mnemonic.match(QString(text).remove(QStringLiteral("&&")));
+        if (!match.hasMatch())
+            continue;
+        const QChar key = match.captured(1).at(0).toLower();
+        QVERIFY2(!seen.contains(key), qPrintable(QStringLiteral("'%1' and '%2'").arg(seen.value(key), text)));
+        seen.insert(key, text);
+    }
+    QVERIFY(seen.size() >= 3);
 }
 
 void tst_Desktop::planThroughDialogRunsLive()

@@ -26,7 +26,7 @@ EmailDialog::EmailDialog(DesktopClient* client, QWidget* parent)
 {
     setWindowTitle(tr("E-mail notifications"));
     setMinimumWidth(480);
-    m_enable = new QCheckBox(tr("&Send a mail after runs"), this);
+    m_enable = new QCheckBox(tr("Send a mail &after runs"), this);
     m_enable->setObjectName(QStringLiteral("enable"));
     m_recipients = new QLineEdit(this);
     m_recipients->setObjectName(QStringLiteral("recipients"));
@@ -52,7 +52,7 @@ EmailDialog::EmailDialog(DesktopClient* client, QWidget* parent)
     m_subject = new QLineEdit(this);
     m_subject->setObjectName(QStringLiteral("subject"));
     m_subject->setPlaceholderText(tr("backupframe: PLAN RESULT"));
-    m_onSuccess = new QCheckBox(tr("when a run s&ucceeds"), this);
+    m_onSuccess = new QCheckBox(tr("when a run su&cceeds"), this);
     m_onSuccess->setObjectName(QStringLiteral("onSuccess"));
     m_onFailure = new QCheckBox(tr("when a run &fails"), this);
     m_onFailure->setObjectName(QStringLiteral("onFailure"));

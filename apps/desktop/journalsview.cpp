@@ -72,7 +72,7 @@ JournalsView::JournalsView(DesktopClient* client, QWidget* parent)
     m_state = new QLabel(this);
 
     auto* top = new QHBoxLayout;
-    auto* label = new QLabel(tr("&Show:"), this);
+    auto* label = new QLabel(tr("Sh&ow:"), this);
     label->setBuddy(m_plan);
     top->addWidget(label);
     top->addWidget(m_plan, 1);

@@ -154,7 +154,7 @@ void MainWindow::BuildCentral()
 
     m_journals = new JournalsView(m_client, this);
     m_tabs = new QTabWidget(this);
-    m_tabs->addTab(m_view, tr("&Plans"));
+    m_tabs->addTab(m_view, tr("Pla&ns"));
     m_tabs->addTab(m_journals, tr("&Journals"));
 
     auto* central = new QWidget(this);

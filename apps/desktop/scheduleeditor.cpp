@@ -103,7 +103,7 @@ QWidget* ScheduleEditor::BuildRepeatRow()
 {
     auto* row = new QWidget(this);
     QHBoxLayout* repeat = rowLayout(row);
-    m_repeat = new QCheckBox(tr("&Repeat every"), row);
+    m_repeat = new QCheckBox(tr("Re&peat every"), row);
     m_repeat->setObjectName(QStringLiteral("repeat"));
     m_interval = new QSpinBox(row);
     m_interval->setObjectName(QStringLiteral("interval"));
@@ -126,7 +126,7 @@ QWidget* ScheduleEditor::BuildEndRow()
 {
     auto* row = new QWidget(this);
     QHBoxLayout* end = rowLayout(row);
-    m_hasEnd = new QCheckBox(tr("&Stop after"), row);
+    m_hasEnd = new QCheckBox(tr("Stop a&fter"), row);
     m_hasEnd->setObjectName(QStringLiteral("hasEnd"));
     m_end = timeEdit(QStringLiteral("end"), QDateTime::currentDateTime().addDays(365), row);
     end->addWidget(m_hasEnd);
