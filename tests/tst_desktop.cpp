@@ -5,6 +5,7 @@
 #include "mainwindow.h"
 #include "plandialog.h"
 #include "planmodel.h"
+#include "protocol.h"
 #include "scheduleeditor.h"
 
 #include <QCheckBox>
@@ -585,6 +586,16 @@ void tst_Desktop::cancelAndJournals()
     journals->SetConfirm([](const QString&) { return true; });
     child<QPushButton>(journals, "deleteAll")->click();
     QTRY_COMPARE_WITH_TIMEOUT(journals->Model()->rowCount(), 0, kWaitMs);
+
+    // A one-off run is no plan: its events add no row.
+    const int plans = m_window->Model()->rowCount();
+    RequestNewOperationData once;
+    once.getObjectTaskAttribute().setOperationRegisterName(QStringLiteral("sleep"));
+    once.getObjectTaskAttribute().setOperationParameter("0");
+    m_window->Client()->Send(SingleOperationNewType, QString(), QStringLiteral("once: sleep"),
+                             SchedulerProtocol::EncodePayload(once), [](const DesktopClient::Reply&) {});
+    QTRY_COMPARE_WITH_TIMEOUT(m_window->LastResult(), QStringLiteral("once: sleep: Succeeded"), kWaitMs);
+    QCOMPARE(m_window->Model()->rowCount(), plans);
 
     // A deleted plan leaves the table; the event reaches every window.
     Select(QStringLiteral("a-quick"));

@@ -215,7 +215,10 @@ void MainWindow::Reload()
     if (m_reloading)
         return;
     m_reloading = true;
-    m_client->Send(LoadSchedulersType, QString(), QString(), QByteArray(), [this](const DesktopClient::Reply& reply) {
+    // The uuids this answer can tell about; those of later events wait for the next reload.
+    const QSet<QString> asked = m_unknown;
+    m_unknown.clear();
+    m_client->Send(LoadSchedulersType, QString(), QString(), QByteArray(), [this, asked](const DesktopClient::Reply& reply) {
         m_reloading = false;
         ResultLoadSchedulersData data;
         if (!reply.ok() || !DecodePayload(reply.data, data)) {
@@ -227,6 +230,12 @@ void MainWindow::Reload()
         for (const SchedulerPlan* plan : data.getActionPlansList())
             plans.append(*plan);
         m_model->SetPlans(plans);
+        for (const QString& uuid : asked) {
+            if (m_model->RowOf(uuid) < 0)
+                m_notPlans.insert(uuid);
+        }
+        if (!m_unknown.isEmpty())
+            Reload();
         const int row = m_model->RowOf(selected);
         if (row >= 0)
             m_view->selectRow(m_proxy->mapFromSource(m_model->index(row, 0)).row());
@@ -303,7 +312,10 @@ void MainWindow::OnPlanState(const DesktopClient::Event& event)
         return;
     // A run of no stored plan (a restore, a verify) is not a row; a plan made elsewhere is read whole.
     if (m_model->RowOf(event.planUuid) < 0) {
-        Reload();
+        if (!m_notPlans.contains(event.planUuid)) {
+            m_unknown.insert(event.planUuid);
+            Reload();
+        }
         return;
     }
     m_model->Upsert(data.getRfrnSchedulerPlan());

@@ -6,6 +6,7 @@
 #include <backupframe.h>
 
 #include <QMainWindow>
+#include <QSet>
 #include <QStringList>
 
 #include <functional>
@@ -95,6 +96,8 @@ private:
     QStringList m_operations;
     QString m_lastResult;
     bool m_reloading = false;
+    QSet<QString> m_unknown;     // uuids of events that the next reload tells whether they are plans
+    QSet<QString> m_notPlans;    // one-off runs (a restore, a verify): their events are not rows
     QAction* m_newAction = nullptr;
     QAction* m_editAction = nullptr;
     QAction* m_deleteAction = nullptr;
