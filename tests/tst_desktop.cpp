@@ -544,6 +544,16 @@ void tst_Desktop::planThroughDialogRunsLive()
 
 void tst_Desktop::cancelAndJournals()
 {
+    // A parameter the service refuses: its reason is shown in the dialog, which stays open.
+    PlanDialog* refused = OpenNewPlan();
+    QVERIFY(refused);
+    FillTask(refused, QStringLiteral("bad"), QStringLiteral("sleep"), QString(), QString(), QStringLiteral("soon"));
+    refused->accept();
+    QTRY_VERIFY2_WITH_TIMEOUT(refused->ErrorText().contains(QStringLiteral("wants a number of milliseconds")),
+                              qPrintable(refused->ErrorText()), kWaitMs);
+    QVERIFY(refused->isVisible());
+    refused->reject();
+
     CreatePlan(QStringLiteral("b-wait"), QStringLiteral("sleep"), QString(), QString(), QStringLiteral("60000"));
     CreatePlan(QStringLiteral("a-quick"), QStringLiteral("sleep"), QString(), QString(), QStringLiteral("0"));
 

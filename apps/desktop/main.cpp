@@ -37,7 +37,8 @@ int main(int argc, char* argv[])
     QApplication::setApplicationDisplayName(QApplication::translate("main", "Backups"));
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(QApplication::translate("main", "Sets up backup plans, runs them and shows their journals."));
+    parser.setApplicationDescription(
+        QApplication::translate("main", "Sets up backup plans, runs them and shows their journals."));
     parser.addHelpOption();
     parser.addVersionOption();
     const QCommandLineOption serverName(QStringLiteral("server-name"),
@@ -46,9 +47,9 @@ int main(int argc, char* argv[])
     const QCommandLineOption config(QStringLiteral("config"),
                                     QApplication::translate("main", "The service's configuration file."),
                                     QStringLiteral("FILE"), defaultConfigFile());
-    const QCommandLineOption screenshots(QStringLiteral("screenshots"),
-                                         QApplication::translate("main", "Writes PNGs of the windows into FOLDER and quits."),
-                                         QStringLiteral("FOLDER"));
+    const QCommandLineOption screenshots(
+        QStringLiteral("screenshots"), QApplication::translate("main", "Writes PNGs of the windows into FOLDER and quits."),
+        QStringLiteral("FOLDER"));
     parser.addOptions({serverName, config, screenshots});
     parser.process(app);
 

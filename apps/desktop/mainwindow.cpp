@@ -218,7 +218,8 @@ void MainWindow::Reload()
     // The uuids this answer can tell about; those of later events wait for the next reload.
     const QSet<QString> asked = m_unknown;
     m_unknown.clear();
-    m_client->Send(LoadSchedulersType, QString(), QString(), QByteArray(), [this, asked](const DesktopClient::Reply& reply) {
+    m_client->Send(LoadSchedulersType, QString(), QString(), QByteArray(),
+                   [this, asked](const DesktopClient::Reply& reply) {
         m_reloading = false;
         ResultLoadSchedulersData data;
         if (!reply.ok() || !DecodePayload(reply.data, data)) {

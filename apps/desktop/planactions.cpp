@@ -78,11 +78,11 @@ void MainWindow::SubmitPlan(PlanDialog* dialog, bool isNew)
             guard->ShowProblem(tr("The service did not store the plan: %1").arg(reply.error));
             return;
         }
-        m_model->Upsert(stored.getRfrnSchedulerPlan());
+        const SchedulerPlan& plan = stored.getRfrnSchedulerPlan();
+        m_model->Upsert(plan);
         UpdateJournalPlans();
-        const int row = m_proxy->mapFromSource(m_model->index(m_model->RowOf(stored.getRfrnSchedulerPlan().getPlanUuid()), 0)).row();
-        m_view->selectRow(row);
-        Tell(tr("Plan \"%1\" saved.").arg(stored.getRfrnSchedulerPlan().getPlanName()));
+        m_view->selectRow(m_proxy->mapFromSource(m_model->index(m_model->RowOf(plan.getPlanUuid()), 0)).row());
+        Tell(tr("Plan \"%1\" saved.").arg(plan.getPlanName()));
         guard->done(QDialog::Accepted);
     });
 }
