@@ -5,7 +5,7 @@ BUILD_DIR ?= build
 BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
-.PHONY: all bootstrap configure build demo test bench install clean
+.PHONY: all bootstrap configure build demo test bench install clean screenshots
 
 all: build
 
@@ -20,6 +20,10 @@ build: configure
 
 demo: build
 	@bash scripts/demo.sh $(BUILD_DIR)
+
+# PNGs of the desktop program's windows under Xvfb, into $(BUILD_DIR)/screenshots (or SHOTS_DIR).
+screenshots: build
+	@bash scripts/screenshots.sh $(BUILD_DIR) $(SHOTS_DIR)
 
 test: build
 	@cd $(BUILD_DIR) && ctest --output-on-failure
