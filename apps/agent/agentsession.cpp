@@ -22,8 +22,8 @@ AgentSession::AgentSession(const CommunAttribute& endpoint, int timeoutMs, QObje
     , m_endpoint(endpoint)
     , m_timeoutMs(timeoutMs)
     , m_clientUuid(CommonTools::CreateUuid())
+    , m_connection(QStringLiteral("agent-connection"))
 {
-    m_workerThread.setObjectName(QStringLiteral("agent-connection"));
 }
 
 AgentSession::~AgentSession()
@@ -63,28 +63,13 @@ bool AgentSession::Open()
 
 bool AgentSession::StartWorker()
 {
-    m_worker = new CommunClientWork;
-    m_worker->moveToThread(&m_workerThread);
-    CommunClientWork* worker = m_worker;
-    // Runs on the worker's thread once its event loop has ended, then the worker goes.
-    connect(&m_workerThread, &QThread::finished, worker, [worker] { worker->UnInit(); }, Qt::DirectConnection);
-    connect(&m_workerThread, &QThread::finished, worker, &QObject::deleteLater);
-    connect(&m_manager, &ClientCommunManager::toConnectServer, worker, &CommunClientWork::onreconnectServer,
-            Qt::QueuedConnection);
-    connect(&m_manager, SIGNAL(requestBytes(QByteArray)), worker, SLOT(onRequestData(QByteArray)),
-            Qt::QueuedConnection);
+    if (!m_connection.Start(m_manager, m_endpoint))
+        return false;
+    CommunClientWork* worker = m_connection.Worker();
     connect(worker, &CommunClientWork::firstConnected, this, &AgentSession::onFirstConnected, Qt::QueuedConnection);
     connect(worker, &CommunClientWork::hostConnected, this, &AgentSession::onHostConnected, Qt::QueuedConnection);
     connect(worker, &CommunClientWork::returnResult, this, &AgentSession::onReturnResult, Qt::QueuedConnection);
-    m_workerThread.start();
-
-    bool started = false;
-    const CommunAttribute endpoint = m_endpoint;
-    QMetaObject::invokeMethod(worker, [worker, endpoint, &started] {
-        worker->SetCommunAttribute(endpoint);
-        started = worker->Init();
-    }, Qt::BlockingQueuedConnection);
-    return started;
+    return true;
 }
 
 bool AgentSession::Call(quint64 type, const QString& planUuid, const QString& planName, const QByteArray& payload,
@@ -132,11 +117,7 @@ void AgentSession::Close()
         m_dispatch.UnInit();
         m_dispatchStarted = false;
     }
-    if (m_workerThread.isRunning()) {
-        m_workerThread.quit();
-        m_workerThread.wait();
-    }
-    m_worker = nullptr;
+    m_connection.Stop();
 }
 
 bool AgentSession::Subscribe(const QString& registrarName)
@@ -228,20 +209,28 @@ void AgentSession::onReturnResult(QByteArray blocks)
     emit progressed();
 }
 
+bool AgentSession::DecodeEvent(const ResultChannel& package, Event& event)
+{
+    CommandPtr inner(CommandBuilder::BytearrayToCommand(package.getResultData()), &CommandBuilder::DestroyCommand);
+    auto* request = dynamic_cast<RequestCommand*>(inner.get());
+    if (!request)
+        return false;
+    event.type = request->getCommandType();
+    event.planUuid = request->getPlanUuid();
+    event.planName = request->getPlanName();
+    event.payload = request->getRequestData();
+    event.showMessage = request->getShowMsgFlag() != 0;
+    return true;
+}
+
 void AgentSession::OnChannelPackage(const ResultChannel& package)
 {
     if (package.getResultData().isEmpty()) {
         m_subscribed = true;
     } else {
-        CommandPtr inner(CommandBuilder::BytearrayToCommand(package.getResultData()), &CommandBuilder::DestroyCommand);
-        auto* request = dynamic_cast<RequestCommand*>(inner.get());
-        if (!request || !m_subscribed)
-            return;
         Event event;
-        event.type = request->getCommandType();
-        event.planUuid = request->getPlanUuid();
-        event.planName = request->getPlanName();
-        event.payload = request->getRequestData();
+        if (!m_subscribed || !DecodeEvent(package, event))
+            return;
         m_events.push_back(std::move(event));
     }
     emit progressed();

@@ -2,6 +2,7 @@
 #define BACKUPFRAME_AGENT_AGENTSESSION_H
 
 #include "agentclientmanager.h"
+#include "connectionthread.h"
 
 #include <backupframe.h>
 
@@ -41,7 +42,10 @@ public:
         QString planUuid;
         QString planName;
         QByteArray payload;
+        bool showMessage = false;   // the command's show-message flag: its text is for the user
     };
+    // The event a ResultChannel with result data carries; false when it holds none.
+    static bool DecodeEvent(const ResultChannel& package, Event& event);
     // Registers this connection's channel under registrarName and waits for the confirmation;
     // from then on the scheduler's events queue up for NextEvent.
     bool Subscribe(const QString& registrarName);
@@ -82,8 +86,7 @@ private:
     QString m_error;
     CommunProducerConsumerManager m_dispatch;
     AgentClientManager m_manager;
-    QThread m_workerThread;
-    CommunClientWork* m_worker = nullptr;   // lives on m_workerThread, deleted when it finishes
+    ConnectionThread m_connection;
     bool m_dispatchStarted = false;
     bool m_answerTimedOut = false;
     Link m_link = Link::Pending;

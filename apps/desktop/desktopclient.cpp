@@ -20,9 +20,9 @@ DesktopClient::DesktopClient(const CommunAttribute& endpoint, QObject* parent)
     : QObject(parent)
     , m_endpoint(endpoint)
     , m_clientUuid(CommonTools::CreateUuid())
+    , m_connection(QStringLiteral("desktop-connection"))
 {
     qRegisterMetaType<DesktopClient::Event>();
-    m_workerThread.setObjectName(QStringLiteral("desktop-connection"));
     m_heartbeat.setInterval(kHeartbeatMs);
     connect(&m_heartbeat, &QTimer::timeout, this, &DesktopClient::onHeartbeat);
 }
@@ -35,10 +35,7 @@ DesktopClient::~DesktopClient()
         m_dispatch.Stop();
         m_dispatch.UnInit();
     }
-    if (m_workerThread.isRunning()) {
-        m_workerThread.quit();
-        m_workerThread.wait();
-    }
+    m_connection.Stop();
 }
 
 bool DesktopClient::Start()
@@ -56,27 +53,12 @@ bool DesktopClient::Start()
 
 bool DesktopClient::StartWorker()
 {
-    m_worker = new CommunClientWork;
-    m_worker->moveToThread(&m_workerThread);
-    CommunClientWork* worker = m_worker;
-    // Runs on the worker's thread once its event loop has ended, then the worker goes.
-    connect(&m_workerThread, &QThread::finished, worker, [worker] { worker->UnInit(); }, Qt::DirectConnection);
-    connect(&m_workerThread, &QThread::finished, worker, &QObject::deleteLater);
-    connect(&m_manager, &ClientCommunManager::toConnectServer, worker, &CommunClientWork::onreconnectServer,
-            Qt::QueuedConnection);
-    connect(&m_manager, SIGNAL(requestBytes(QByteArray)), worker, SLOT(onRequestData(QByteArray)),
-            Qt::QueuedConnection);
+    if (!m_connection.Start(m_manager, m_endpoint))
+        return false;
+    CommunClientWork* worker = m_connection.Worker();
     connect(worker, &CommunClientWork::hostConnected, this, &DesktopClient::onConnected, Qt::QueuedConnection);
     connect(worker, &CommunClientWork::returnResult, this, &DesktopClient::onReturnResult, Qt::QueuedConnection);
-    m_workerThread.start();
-
-    bool started = false;
-    const CommunAttribute endpoint = m_endpoint;
-    QMetaObject::invokeMethod(worker, [worker, endpoint, &started] {
-        worker->SetCommunAttribute(endpoint);
-        started = worker->Init();
-    }, Qt::BlockingQueuedConnection);
-    return started;
+    return true;
 }
 
 void DesktopClient::Send(quint64 type, const QString& planUuid, const QString& planName, const QByteArray& payload,
@@ -220,17 +202,11 @@ void DesktopClient::OnChannelPackage(const ResultChannel& package)
         emit subscribed();
         return;
     }
-    CommandPtr inner(CommandBuilder::BytearrayToCommand(package.getResultData()), &CommandBuilder::DestroyCommand);
-    auto* request = dynamic_cast<RequestCommand*>(inner.get());
-    if (!request)
-        return;
     Event event;
-    event.type = request->getCommandType();
-    event.planUuid = request->getPlanUuid();
-    event.planName = request->getPlanName();
-    event.payload = request->getRequestData();
+    if (!AgentSession::DecodeEvent(package, event))
+        return;
     emit eventArrived(event);
     const QString text = SchedulerProtocol::ReasonOf(event.payload);
-    if (request->getShowMsgFlag() && !text.isEmpty())
+    if (event.showMessage && !text.isEmpty())
         emit messageForUser(event.planName, text);
 }

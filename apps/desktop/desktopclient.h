@@ -3,6 +3,9 @@
 
 #include "agentclientmanager.h"
 
+#include "agentsession.h"
+#include "connectionthread.h"
+
 #include <backupframe.h>
 
 #include <QByteArray>
@@ -33,12 +36,7 @@ public:
     using Answer = std::function<void(const Reply&)>;
 
     // An event the scheduler pushed to the subscribed channel.
-    struct Event {
-        quint64 type = 0;
-        QString planUuid;
-        QString planName;
-        QByteArray payload;
-    };
+    using Event = AgentSession::Event;
 
     static constexpr int kAnswerMs = 10000;
 
@@ -89,8 +87,7 @@ private:
     QString m_clientUuid;
     CommunProducerConsumerManager m_dispatch;
     AgentClientManager m_manager;
-    QThread m_workerThread;
-    CommunClientWork* m_worker = nullptr;   // lives on m_workerThread, deleted when it finishes
+    ConnectionThread m_connection;
     bool m_started = false;
     bool m_up = false;
     bool m_known = false;                   // whether linkChanged has told anything yet
