@@ -1,5 +1,7 @@
 #include "operationparameters.h"
 
+#include <QDir>
+
 #include <QRegularExpression>
 
 bool OperationParameters::Parse(const QByteArray& block, const QStringList& knownKeys, QString& reason)
@@ -37,4 +39,20 @@ bool OperationParameters::Switch(const QString& key, bool& on, QString& reason) 
         return true;
     reason = QStringLiteral("'%1=%2' is neither %1=0 nor %1=1.").arg(key, value);
     return false;
+}
+
+bool OperationParameters::AbsolutePaths(const QStringList& paths, bool required, const QString& expected,
+                                        QString& reason)
+{
+    for (const QString& path : paths) {
+        if (path.isEmpty() && required) {
+            reason = expected;
+            return false;
+        }
+        if (!path.isEmpty() && !QDir::isAbsolutePath(path)) {
+            reason = QStringLiteral("'%1' is not an absolute path. ").arg(path) + expected;
+            return false;
+        }
+    }
+    return true;
 }

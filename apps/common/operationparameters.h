@@ -15,6 +15,10 @@ public:
     bool Parse(const QByteArray& block, const QStringList& knownKeys, QString& reason);
 
     QString Value(const QString& key) const { return m_values.value(key); }
+
+    // True when every path that is given is absolute (an empty one counts as given when
+    // required); else false with a reason ending in expected.
+    static bool AbsolutePaths(const QStringList& paths, bool required, const QString& expected, QString& reason);
     // A 0|1 key, 0 when absent; false with a reason when it holds anything else.
     bool Switch(const QString& key, bool& on, QString& reason) const;
 

@@ -50,16 +50,8 @@ bool CopySettings::Parse(const QByteArray& block, CopySettings& settings, QStrin
     }
     settings.source = parameters.Value(keys[0]);
     settings.destination = parameters.Value(keys[1]);
-    if (settings.source.isEmpty() || settings.destination.isEmpty()) {
-        reason = kExpected;
+    if (!OperationParameters::AbsolutePaths({settings.source, settings.destination}, true, kExpected, reason))
         return false;
-    }
-    for (const QString& path : {settings.source, settings.destination}) {
-        if (!QDir::isAbsolutePath(path)) {
-            reason = QStringLiteral("'%1' is not an absolute path. ").arg(path) + kExpected;
-            return false;
-        }
-    }
     settings.source = QDir::cleanPath(settings.source);
     settings.destination = QDir::cleanPath(settings.destination);
     if (IsWithinPath(settings.destination, settings.source)) {

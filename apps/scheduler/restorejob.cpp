@@ -50,16 +50,8 @@ bool RestoreSettings::Parse(const QByteArray& block, RestoreSettings& settings, 
     settings.source = parameters.Value(keys[0]);
     settings.destination = parameters.Value(keys[1]);
     settings.path = parameters.Value(keys[2]);
-    if (settings.source.isEmpty() || settings.destination.isEmpty()) {
-        reason = kExpected;
+    if (!OperationParameters::AbsolutePaths({settings.source, settings.destination}, true, kExpected, reason))
         return false;
-    }
-    for (const QString& path : {settings.source, settings.destination}) {
-        if (!QDir::isAbsolutePath(path)) {
-            reason = QStringLiteral("'%1' is not an absolute path. ").arg(path) + kExpected;
-            return false;
-        }
-    }
     if (!isContained(settings.path)) {
         reason = QStringLiteral("'%1' is not a path inside the backup (relative, without '..'). ").arg(settings.path)
                  + kExpected;

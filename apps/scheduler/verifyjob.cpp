@@ -31,16 +31,9 @@ bool VerifySettings::Parse(const QByteArray& block, VerifySettings& settings, QS
     }
     settings.backup = parameters.Value(keys[0]);
     settings.source.source = parameters.Value(keys[1]);
-    if (settings.backup.isEmpty()) {
-        reason = kExpected;
+    if (!OperationParameters::AbsolutePaths({settings.backup}, true, kExpected, reason)
+        || !OperationParameters::AbsolutePaths({settings.source.source}, false, kExpected, reason))
         return false;
-    }
-    for (const QString& path : {settings.backup, settings.source.source}) {
-        if (!path.isEmpty() && !QDir::isAbsolutePath(path)) {
-            reason = QStringLiteral("'%1' is not an absolute path. ").arg(path) + kExpected;
-            return false;
-        }
-    }
     settings.backup = QDir::cleanPath(settings.backup);
     settings.source.destination = settings.backup;
     if (!settings.source.source.isEmpty())
