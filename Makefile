@@ -5,7 +5,7 @@ BUILD_DIR ?= build
 BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
-.PHONY: all bootstrap configure build demo test bench install clean screenshots
+.PHONY: all bootstrap configure build demo test build-qt6 test-qt6 test-cross bench install clean screenshots
 
 all: build
 
@@ -28,6 +28,33 @@ screenshots: build
 test: build
 	@cd $(BUILD_DIR) && ctest --output-on-failure
 
+# The same tree built against Qt 6 (Core5Compat) in a build directory of its own, and its whole suite.
+QT6_BUILD_DIR ?= build-qt6
+
+build-qt6:
+	@bash scripts/bootstrap.sh qt6
+	@cmake -S . -B $(QT6_BUILD_DIR) -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DBACKUPFRAME_QT_MAJOR=6 > $(QT6_BUILD_DIR).configure.log || (cat $(QT6_BUILD_DIR).configure.log; exit 1)
+	@cmake --build $(QT6_BUILD_DIR) -j$(JOBS)
+
+test-qt6: build-qt6
+	@cd $(QT6_BUILD_DIR) && ctest --output-on-failure
+
+# Each build's clients against the other build's service: a Qt 5 agent, desktop program and
+# library client (every request type, over both transports) against a Qt 6 scheduler, and the
+# same of Qt 6 against a Qt 5 scheduler. tst_apps and tst_desktop take the service from
+# BACKUPFRAME_TEST_SCHEDULER.
+SCHEDULER_IN = $(abspath $(1))/apps/scheduler/backupframe-scheduler
+
+test-cross: build build-qt6
+	@ldd $(call SCHEDULER_IN,$(BUILD_DIR)) | grep -q libQt5Core || (echo "$(BUILD_DIR) is not a Qt 5 build"; exit 1)
+	@ldd $(call SCHEDULER_IN,$(QT6_BUILD_DIR)) | grep -q libQt6Core || (echo "$(QT6_BUILD_DIR) is not a Qt 6 build"; exit 1)
+	@for pair in "$(BUILD_DIR) $(QT6_BUILD_DIR)" "$(QT6_BUILD_DIR) $(BUILD_DIR)"; do \
+	    set -- $$pair; service=$$(realpath $$2)/apps/scheduler/backupframe-scheduler; \
+	    for t in tst_apps tst_desktop; do \
+	        (cd $$1/tests && QT_QPA_PLATFORM=offscreen BACKUPFRAME_TEST_SCHEDULER=$$service ./$$t) || exit 1; \
+	    done; \
+	done
+
 # Release build of its own; one table: case, library, baseline, library / baseline.
 BENCH_DIR ?= build-bench
 BENCHES = bench_codec bench_transport bench_queue bench_service bench_flood
@@ -43,4 +70,4 @@ install: build
 	@cmake --install $(BUILD_DIR) $(if $(PREFIX),--prefix $(PREFIX))
 
 clean:
-	@rm -rf $(BUILD_DIR) $(BUILD_DIR).configure.log $(BENCH_DIR) $(BENCH_DIR).configure.log $(BENCH_DIR).build.log
+	@rm -rf $(BUILD_DIR) $(BUILD_DIR).configure.log $(QT6_BUILD_DIR) $(QT6_BUILD_DIR).configure.log $(BENCH_DIR) $(BENCH_DIR).configure.log $(BENCH_DIR).build.log

@@ -1,5 +1,6 @@
 // End to end: a backupframe-scheduler process on a temporary data directory, driven by
 // backupframe-agent processes; the database is checked directly, read-only.
+#include "programpath.h"
 #include "protocol.h"
 #include "triggerschedule.h"
 
@@ -171,6 +172,9 @@ QList<QJsonObject> jsonLines(const QString& out)
     return objects;
 }
 
+QString agentPath() { return programPath("BACKUPFRAME_TEST_AGENT", AGENT_PATH); }
+QString schedulerPath() { return programPath("BACKUPFRAME_TEST_SCHEDULER", SCHEDULER_PATH); }
+
 bool writeFile(const QString& path, const QByteArray& bytes)
 {
     QFile file(path);
@@ -184,6 +188,7 @@ class tst_Apps : public QObject
     Q_OBJECT
 
 private slots:
+    void initTestCase();
     void init();
     void cleanup();
 
@@ -241,6 +246,14 @@ private:
     QProcess m_scheduler;
 };
 
+void tst_Apps::initTestCase()
+{
+    for (const QString& program : {agentPath(), schedulerPath()}) {
+        QVERIFY2(QFileInfo(program).isExecutable(), qPrintable(program));
+        qInfo("using %s", qPrintable(program));
+    }
+}
+
 void tst_Apps::init()
 {
     m_dir.reset(new QTemporaryDir);
@@ -262,7 +275,7 @@ void tst_Apps::cleanup()
 bool tst_Apps::StartScheduler(QProcess& process, const QString& dataDir, const QStringList& extra)
 {
     process.setProcessEnvironment(m_environment);
-    process.start(QStringLiteral(SCHEDULER_PATH), QStringList{"--data-dir", dataDir, "--server-name", m_serverName} + extra);
+    process.start(schedulerPath(), QStringList{"--data-dir", dataDir, "--server-name", m_serverName} + extra);
     QByteArray output;
     (void)QTest::qWaitFor([&] {
         output += process.readAllStandardOutput();
@@ -284,7 +297,7 @@ void tst_Apps::StopScheduler(QProcess& process)
 void tst_Apps::StartAgent(QProcess& agent, const QStringList& arguments)
 {
     agent.setProcessEnvironment(m_environment);
-    agent.start(QStringLiteral(AGENT_PATH), QStringList{"--server-name", m_serverName} + arguments);
+    agent.start(agentPath(), QStringList{"--server-name", m_serverName} + arguments);
 }
 
 AgentRun tst_Apps::Finish(QProcess& agent, const QElapsedTimer& clock, int waitMs)

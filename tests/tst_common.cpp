@@ -11,6 +11,8 @@
 #include <iostream>
 #include <sstream>
 
+#include <unistd.h>
+
 class tst_Common : public QObject
 {
     Q_OBJECT
@@ -35,6 +37,8 @@ private slots:
     void loggerWritesFileAndConsole_data();
     void loggerWritesFileAndConsole();
     void loggerRefusesUncreatableDirectory();
+    void loggerNamesIdeographsInGb18030_data();
+    void loggerNamesIdeographsInGb18030();
     void loggerRollsInTheWorkingDirectory();
 };
 
@@ -313,6 +317,36 @@ void tst_Common::loggerRefusesUncreatableDirectory()
     QTemporaryDir temp;
     QVERIFY(QFile(temp.filePath(QStringLiteral("log"))).open(QIODevice::WriteOnly));   // a file, not a directory
     QVERIFY(!Logger::Initialize(temp.path(), QStringLiteral("log"), QStringLiteral("x.log")));
+}
+
+void tst_Common::loggerNamesIdeographsInGb18030_data()
+{
+    QTest::addColumn<QString>("fileName");
+    QTest::addColumn<QByteArray>("onDisk");   // the name's bytes in the log directory
+
+    QTest::newRow("a name of plain ASCII keeps its bytes") << "plain.log" << QByteArray("plain.log");
+    QTest::newRow("a name holding ideographs is written in GB18030, in Qt 5 and Qt 6 alike")
+        << QString::fromUtf8("\xe5\xa4\x87\xe4\xbb\xbd.log") << QByteArray("\xb1\xb8\xb7\xdd.log");
+}
+
+void tst_Common::loggerNamesIdeographsInGb18030()
+{
+    QFETCH(QString, fileName);
+    QFETCH(QByteArray, onDisk);
+    QTemporaryDir temp;
+    QVERIFY(temp.isValid());
+
+    std::ostringstream discarded;
+    std::streambuf* previous = std::cout.rdbuf(discarded.rdbuf());
+    const bool ok = Logger::Initialize(temp.path(), QStringLiteral("log"), fileName);
+    if (ok)
+        Logger::GetFileLogHandle().error("named");
+    Logger::UnInitialize();
+    std::cout.rdbuf(previous);
+
+    QVERIFY(ok);
+    const QByteArray path = QFile::encodeName(temp.path()) + "/log/" + onDisk;
+    QVERIFY2(::access(path.constData(), F_OK) == 0, path.constData());
 }
 
 void tst_Common::loggerRollsInTheWorkingDirectory()

@@ -60,6 +60,8 @@ private slots:
     void emailFile();
     void emailNumbersAndAbsentKeys_data();
     void emailNumbersAndAbsentKeys();
+    void emailTextIsEscapedAlikeInBothQts_data();
+    void emailTextIsEscapedAlikeInBothQts();
     void emailMissingOrUnwritableFile();
 
 private:
@@ -215,6 +217,43 @@ void tst_Config::emailNumbersAndAbsentKeys()
     expected.setEnableEmailNotification(enable);
     expected.setSmtpServerPort(quint16(port));
     QCOMPARE(fields(reader), fields(expected));
+}
+
+void tst_Config::emailTextIsEscapedAlikeInBothQts_data()
+{
+    QTest::addColumn<QString>("subject");
+    QTest::addColumn<QByteArray>("line");   // as a Qt 5 build writes it
+
+    QTest::newRow("accents become lower-case hex escapes, quoted for the comma")
+        << QStringLiteral("Backup \u00e9t\u00e9, done") << QByteArray("mail_subject=\"Backup \\xe9t\\xe9, done\"");
+    QTest::newRow("hex digits right behind an escape are escaped too, until another character")
+        << QStringLiteral("\u5907" "1aZ2") << QByteArray("mail_subject=\\x5907\\x31\\x61Z2");
+    QTest::newRow("a character beyond 16 bits is two escaped UTF-16 units")
+        << QStringLiteral("a\U0001F600b") << QByteArray("mail_subject=a\\xd83d\\xde00\\x62");
+    QTest::newRow("plain ASCII is left as it is") << QStringLiteral("daily") << QByteArray("mail_subject=daily");
+}
+
+// email.ini holds the same bytes whichever Qt wrote it, so a Qt 5 build reads back a Qt 6 build's.
+void tst_Config::emailTextIsEscapedAlikeInBothQts()
+{
+    QFETCH(QString, subject);
+    QFETCH(QByteArray, line);
+    const QString path = freshPath();
+    EmailConfigReaderWriter writer;
+    QVERIFY(writer.Init(path));
+    EmailConfigAttribute config = sampleConfig();
+    config.setMailSubject(subject);
+    writer.SetConfigAttribute(config);
+    writer.WriteConfig();
+
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray bytes = file.readAll();
+    QVERIFY2(bytes.split('\n').contains(line), bytes.constData());
+    EmailConfigReaderWriter reader;
+    QVERIFY(reader.Init(path));
+    reader.ReadConfig();
+    QCOMPARE(reader.getMailSubject(), subject);
 }
 
 // Nothing can be created below a regular file: writing fails quietly, and reading the

@@ -5,6 +5,7 @@
 #include "mainwindow.h"
 #include "plandialog.h"
 #include "planmodel.h"
+#include "programpath.h"
 #include "protocol.h"
 #include "scheduleeditor.h"
 
@@ -149,7 +150,7 @@ void tst_Desktop::cleanupTestCase()
 bool tst_Desktop::StartScheduler()
 {
     m_scheduler.setProcessChannelMode(QProcess::MergedChannels);
-    m_scheduler.start(QStringLiteral(SCHEDULER_PATH),
+    m_scheduler.start(programPath("BACKUPFRAME_TEST_SCHEDULER", SCHEDULER_PATH),
                       {"--data-dir", m_dir->filePath(QStringLiteral("data")), "--server-name", m_serverName});
     QByteArray output;
     (void)QTest::qWaitFor([&] {

@@ -104,8 +104,10 @@ int main(int argc, char* argv[])
     QCoreApplication::setApplicationVersion(QString::fromLatin1(BACKUPFRAME_AGENT_VERSION));
     QTextStream out(stdout);
     QTextStream err(stderr);
-    out.setCodec("UTF-8");
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    out.setCodec("UTF-8");   // Qt 6 text streams are UTF-8 already
     err.setCodec("UTF-8");
+#endif
 
     AgentOptions options;
     switch (options.Parse(QCoreApplication::arguments())) {

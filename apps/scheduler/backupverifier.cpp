@@ -181,7 +181,7 @@ bool BackupVerifier::ReadEntry(zip* archive, quint64 index, Entry& entry, QStrin
             zip_fclose(file);
             return false;
         }
-        hash.addData(m_buffer.constData(), static_cast<int>(read));
+        hash.addData(QByteArray::fromRawData(m_buffer.constData(), static_cast<int>(read)));
         m_job.AddProgress(static_cast<quint64>(read));
     }
     if (read < 0) {
@@ -237,7 +237,7 @@ bool BackupVerifier::HashFile(QFile& file, QByteArray& result)
     while ((read = file.read(m_buffer.data(), kChunk)) > 0) {
         if (m_job.IsCancelled())
             return false;
-        hash.addData(m_buffer.constData(), static_cast<int>(read));
+        hash.addData(QByteArray::fromRawData(m_buffer.constData(), static_cast<int>(read)));
         m_job.AddProgress(static_cast<quint64>(read));
     }
     result = hash.result();

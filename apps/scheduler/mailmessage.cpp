@@ -154,7 +154,8 @@ QByteArray EncodeHeader(const QString& text)
     QByteArray chunk;
     const QVector<uint> points = text.toUcs4();
     for (const uint point : points) {
-        const QByteArray bytes = QString::fromUcs4(&point, 1).toUtf8();
+        const char32_t character = point;
+        const QByteArray bytes = QString::fromUcs4(&character, 1).toUtf8();
         if (chunk.size() + bytes.size() > kEncodedWordBytes) {
             words << "=?UTF-8?B?" + chunk.toBase64() + "?=";
             chunk.clear();

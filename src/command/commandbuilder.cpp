@@ -5,6 +5,7 @@
 #include "command/resultcommand.h"
 
 #include <QDataStream>
+#include <QIODevice>
 #include <new>
 
 CommCommand* CommandBuilder::BuilderCommand(quint64 commandType)

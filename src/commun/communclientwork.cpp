@@ -86,8 +86,8 @@ void CommunClientWork::SetCommunAttribute(const CommunAttribute& attribute)
 
 bool CommunClientWork::CreateSocket()
 {
-    // The error signals are reached by name: on Qt 5.15 their overloads are deprecated in
-    // favour of errorOccurred, which older Qt 5 releases do not have.
+    // Errors arrive through errorOccurred: Qt 6 has no error() signal any more, and Qt 5.15
+    // emits both at the same point.
     if (!m_localSocket) {
         m_localSocket = new (std::nothrow) QLocalSocket(this);
         if (!m_localSocket)
@@ -98,7 +98,7 @@ bool CommunClientWork::CreateSocket()
                 Qt::QueuedConnection);
         connect(m_localSocket, &QLocalSocket::bytesWritten, this, &CommunClientWork::onbytesWritten,
                 Qt::QueuedConnection);
-        connect(m_localSocket, SIGNAL(error(QLocalSocket::LocalSocketError)), this,
+        connect(m_localSocket, SIGNAL(errorOccurred(QLocalSocket::LocalSocketError)), this,
                 SLOT(onLocalError(QLocalSocket::LocalSocketError)), Qt::QueuedConnection);
     }
     if (ConfigReader::getTcpServerCode() == ConfigReader::TcpSwitchCode && !m_tcpSocket) {
@@ -109,7 +109,7 @@ bool CommunClientWork::CreateSocket()
         connect(m_tcpSocket, &QTcpSocket::readyRead, this, &CommunClientWork::onreadyRead, Qt::QueuedConnection);
         connect(m_tcpSocket, &QTcpSocket::bytesWritten, this, &CommunClientWork::onbytesWritten,
                 Qt::QueuedConnection);
-        connect(m_tcpSocket, SIGNAL(error(QAbstractSocket::SocketError)), this,
+        connect(m_tcpSocket, SIGNAL(errorOccurred(QAbstractSocket::SocketError)), this,
                 SLOT(onTcpError(QAbstractSocket::SocketError)), Qt::QueuedConnection);
     }
     return true;

@@ -227,7 +227,7 @@ void CommunServer::onnewConnection()
             connect(plocal, &QLocalSocket::bytesWritten, this, &CommunServer::onbytesWritten,
                     Qt::QueuedConnection);
             connect(plocal, &QLocalSocket::disconnected, plocal, &QObject::deleteLater, Qt::QueuedConnection);
-            connect(plocal, SIGNAL(error(QLocalSocket::LocalSocketError)), this,
+            connect(plocal, SIGNAL(errorOccurred(QLocalSocket::LocalSocketError)), this,
                     SLOT(onLocalError(QLocalSocket::LocalSocketError)), Qt::QueuedConnection);
         }
         psocket = plocal;
@@ -237,7 +237,7 @@ void CommunServer::onnewConnection()
             connect(ptcp, &QTcpSocket::readyRead, this, &CommunServer::onreadyRead, Qt::QueuedConnection);
             connect(ptcp, &QTcpSocket::bytesWritten, this, &CommunServer::onbytesWritten, Qt::QueuedConnection);
             connect(ptcp, &QTcpSocket::disconnected, ptcp, &QObject::deleteLater, Qt::QueuedConnection);
-            connect(ptcp, SIGNAL(error(QAbstractSocket::SocketError)), this,
+            connect(ptcp, SIGNAL(errorOccurred(QAbstractSocket::SocketError)), this,
                     SLOT(onTcpError(QAbstractSocket::SocketError)), Qt::QueuedConnection);
         }
         psocket = ptcp;

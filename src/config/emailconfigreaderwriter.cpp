@@ -2,6 +2,7 @@
 
 #include "common/commontools.h"
 
+#include <QFile>
 #include <QSettings>
 #include <QVariant>
 
@@ -25,6 +26,61 @@ quint64 readUInt32(const QSettings& settings, const QString& key)
 {
     return settings.value(key, QVariant()).toUInt();
 }
+
+void writeValues(QSettings& settings, const EmailConfigAttribute& config)
+{
+    settings.setValue(kEnableEmailNotification, QVariant::fromValue<quint64>(config.getEnableEmailNotification()));
+    settings.setValue(kMailRecipients, config.getMailRecipients());
+    settings.setValue(kSmtpServerAddress, config.getSmtpServerAddress());
+    settings.setValue(kSmtpServerPort, static_cast<int>(config.getSmtpServerPort()));
+    settings.setValue(kSmtpServerEncryptionType, QVariant::fromValue<quint64>(config.getSmtpServerEncryptionType()));
+    settings.setValue(kStmpAuthentication, QVariant::fromValue<quint64>(config.getStmpAuthentication()));
+    settings.setValue(kLoginUserName, config.getLoginUserName());
+    QByteArray scrambled;
+    CommonTools::EncryptPassword(config.getLoginPassword(), scrambled);
+    settings.setValue(kLoginPassword, scrambled);
+    settings.setValue(kMailSender, config.getMailSender());
+    settings.setValue(kMailSubject, config.getMailSubject());
+    settings.setValue(kOperationSuccessful, QVariant::fromValue<quint64>(config.getOperationSuccessful()));
+    settings.setValue(kOperationFailure, QVariant::fromValue<quint64>(config.getOperationFailure()));
+}
+
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+bool isHexDigit(char16_t unit)
+{
+    return (unit >= '0' && unit <= '9') || (unit >= 'a' && unit <= 'f') || (unit >= 'A' && unit <= 'F');
+}
+
+// Qt 6 writes text values as UTF-8 where Qt 5 writes each UTF-16 unit from 0x7f up as "\x" and
+// lower-case hex, and escapes a hex digit right behind such an escape too. Rewrites the file
+// Qt 5's way: both builds leave the same bytes, and a Qt 5 build reads a Qt 6 build's file.
+void writeQt5Escapes(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadWrite))
+        return;
+    const QByteArray written = file.readAll();
+    QByteArray escaped;
+    escaped.reserve(written.size());
+    bool escapeHexDigit = false;
+    for (const QChar character : QString::fromUtf8(written)) {
+        const char16_t unit = character.unicode();
+        if (unit >= 0x7f || (escapeHexDigit && isHexDigit(unit))) {
+            escaped += "\\x" + QByteArray::number(unit, 16);
+            escapeHexDigit = true;
+        } else {
+            escaped += char(unit);
+            escapeHexDigit = false;
+        }
+    }
+    if (escaped == written)
+        return;
+    // In place, so that the file keeps its owner-only permissions.
+    file.seek(0);
+    file.write(escaped);
+    file.resize(escaped.size());
+}
+#endif
 }
 
 EmailConfigReaderWriter::EmailConfigReaderWriter() = default;
@@ -79,21 +135,13 @@ void EmailConfigReaderWriter::WriteConfig()
 {
     if (m_configPath.isEmpty())
         return;
-    QSettings settings(m_configPath, QSettings::IniFormat);
-    settings.setValue(kEnableEmailNotification, QVariant::fromValue<quint64>(getEnableEmailNotification()));
-    settings.setValue(kMailRecipients, getMailRecipients());
-    settings.setValue(kSmtpServerAddress, getSmtpServerAddress());
-    settings.setValue(kSmtpServerPort, static_cast<int>(getSmtpServerPort()));
-    settings.setValue(kSmtpServerEncryptionType, QVariant::fromValue<quint64>(getSmtpServerEncryptionType()));
-    settings.setValue(kStmpAuthentication, QVariant::fromValue<quint64>(getStmpAuthentication()));
-    settings.setValue(kLoginUserName, getLoginUserName());
-    QByteArray scrambled;
-    CommonTools::EncryptPassword(getLoginPassword(), scrambled);
-    settings.setValue(kLoginPassword, scrambled);
-    settings.setValue(kMailSender, getMailSender());
-    settings.setValue(kMailSubject, getMailSubject());
-    settings.setValue(kOperationSuccessful, QVariant::fromValue<quint64>(getOperationSuccessful()));
-    settings.setValue(kOperationFailure, QVariant::fromValue<quint64>(getOperationFailure()));
+    {
+        QSettings settings(m_configPath, QSettings::IniFormat);
+        writeValues(settings, *this);
+    }
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+    writeQt5Escapes(m_configPath);
+#endif
 }
 
 void EmailConfigReaderWriter::SetConfigAttribute(const EmailConfigAttribute& attribute)

@@ -1,6 +1,6 @@
 # Installs the built library into a scratch prefix and builds and runs the consumer
 # against it (MODE=package), or builds the consumer with the sources pulled in (MODE=subdirectory).
-foreach(var SOURCE_DIR BINARY_DIR WORK_DIR MODE)
+foreach(var SOURCE_DIR BINARY_DIR WORK_DIR MODE QT_MAJOR)
     if(NOT DEFINED ${var})
         message(FATAL_ERROR "${var} is not set")
     endif()
@@ -29,7 +29,18 @@ if(MODE STREQUAL "package")
         -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix)
 else()
     run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/tests/consumer -B ${WORK_DIR}/build
-        -DBACKUPFRAME_SOURCE_DIR=${SOURCE_DIR})
+        -DBACKUPFRAME_SOURCE_DIR=${SOURCE_DIR} -DBACKUPFRAME_QT_MAJOR=${QT_MAJOR})
 endif()
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build -j2)
 run(${WORK_DIR}/build/consumer)
+
+# The consumer runs on the Qt the library was built against, never a mix of two.
+execute_process(COMMAND ldd ${WORK_DIR}/build/consumer OUTPUT_VARIABLE linked)
+if(QT_MAJOR STREQUAL "6")
+    set(wrong_qt "libQt5Core")
+else()
+    set(wrong_qt "libQt6Core")
+endif()
+if(linked MATCHES "${wrong_qt}")
+    message(FATAL_ERROR "the consumer links ${wrong_qt}:\n${linked}")
+endif()
