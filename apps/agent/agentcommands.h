@@ -56,6 +56,8 @@ private:
     int CancelPlan();
     int Operations();
     int RunOnce();
+    // Subscribes the open session to the scheduler's events; 0, or 3 after printing why not.
+    int SubscribeToEvents();
     // Runs an operation once (no plan) and, with --wait or --follow, follows it to its journal.
     int StartOnce(const QString& operation, const QByteArray& parameter, const QString& name);
     int Backups();

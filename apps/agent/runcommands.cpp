@@ -85,6 +85,14 @@ int exitCodeOf(const QString& result)
 
 } // namespace
 
+// The session's channel, registered under this agent's name and pid.
+int AgentCommands::SubscribeToEvents()
+{
+    if (m_session->Subscribe(QStringLiteral("backupframe-agent %1").arg(QCoreApplication::applicationPid())))
+        return ExitOk;
+    return NoAnswer(m_session->Error());
+}
+
 int AgentCommands::RunPlan()
 {
     const bool wait = m_options.IsSet(QStringLiteral("wait"));
@@ -106,8 +114,8 @@ int AgentCommands::RunPlan()
     bool interrupted = false;
     InterruptWatch interrupts(*m_session, interrupted);
     // Subscribed before the run is asked for, so that none of its events can be missed.
-    if (!m_session->Subscribe(QStringLiteral("backupframe-agent %1").arg(QCoreApplication::applicationPid())))
-        return NoAnswer(m_session->Error());
+    if (const int code = SubscribeToEvents())
+        return code;
     SchedulerPlan state;
     if (const int code = RequestPlanChange(ExecuteOperationType, plan, QByteArray(), what, state))
         return code;
@@ -240,8 +248,8 @@ int AgentCommands::CheckFollowed(SchedulerPlan& plan, JournalAttribute& ended)
     if (m_session->Connects() == connects)
         return ExitOk;
     // A new connection: the scheduler may have restarted, and the subscription went with the old one.
-    if (!m_session->Subscribe(QStringLiteral("backupframe-agent %1").arg(QCoreApplication::applicationPid())))
-        return NoAnswer(m_session->Error());
+    if (const int code = SubscribeToEvents())
+        return code;
     if (m_followingOnce) {
         QByteArray state;
         if (Call(SingleFlushSchedulerType, planUuid, QString(), QByteArray(), QString(), &state, true) == ExitOk)
@@ -311,8 +319,8 @@ int AgentCommands::StartOnce(const QString& operation, const QByteArray& paramet
         if (const int code = OpenSession())
             return code;
         interrupts.reset(new InterruptWatch(*m_session, interrupted));
-        if (!m_session->Subscribe(QStringLiteral("backupframe-agent %1").arg(QCoreApplication::applicationPid())))
-            return NoAnswer(m_session->Error());
+        if (const int code = SubscribeToEvents())
+            return code;
     }
     QByteArray bytes;
     if (const int code = Call(SingleOperationNewType, QString(), name, EncodePayload(data), what, &bytes))
