@@ -1,9 +1,13 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that building, testing and running backupframe need.
+# Installs the Debian packages that building, testing and running backupframe need;
+# "bootstrap.sh fuzz" adds clang and its libFuzzer runtime for the fuzz targets.
 # Costs one dpkg query when everything is already present.
 set -euo pipefail
 
 packages=(qtbase5-dev libqt5sql5-sqlite liblog4cpp5-dev cmake g++ make pkg-config sqlite3 tzdata libzip-dev unzip libcurl4-openssl-dev python3-aiosmtpd)
+if [ "${1:-}" = fuzz ]; then
+    packages+=(clang libclang-rt-14-dev)
+fi
 
 missing=()
 for p in "${packages[@]}"; do
