@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 build=$1
 sanitizers=$2
-jobs=$(nproc 2>/dev/null || echo 2)
+jobs=${JOBS:-$(nproc 2>/dev/null || echo 2)}
 
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Debug -DBACKUPFRAME_SANITIZE="$sanitizers" \
     -DBACKUPFRAME_BUILD_BENCH=OFF > "$build.configure.log" || { cat "$build.configure.log"; exit 1; }
