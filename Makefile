@@ -1,11 +1,16 @@
-# The two commands of the README: `make demo` runs the main job, `make test` builds and runs every test.
-# Both install the Debian packages they need first (scripts/bootstrap.sh).
+# The commands of the README: `make demo` runs the main job, `make test` builds and runs every test,
+# `make test-asan` and `make test-tsan` run the tests under the sanitizers, `make fuzz SECONDS=60`
+# runs each fuzz target. All install the Debian packages they need first (scripts/bootstrap.sh).
 
 BUILD_DIR ?= build
 BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
-.PHONY: all bootstrap configure build demo test build-qt6 test-qt6 test-cross bench install clean screenshots
+SECONDS ?= 60
+FUZZ_DIR ?= build-fuzz
+FUZZ_TARGETS ?= fuzz_command fuzz_payload fuzz_receive fuzz_config fuzz_options
+
+.PHONY: all bootstrap configure build demo test test-asan test-tsan fuzz build-qt6 test-qt6 test-cross bench install clean screenshots
 
 all: build
 
@@ -57,7 +62,7 @@ test-cross: build build-qt6
 
 # Release build of its own; one table: case, library, baseline, library / baseline.
 BENCH_DIR ?= build-bench
-BENCHES = bench_codec bench_transport bench_queue bench_service bench_flood
+BENCHES = bench_codec bench_transport bench_queue bench_service bench_flood bench_stringlist
 
 bench: bootstrap
 	@cmake -S . -B $(BENCH_DIR) -DCMAKE_BUILD_TYPE=Release -DBACKUPFRAME_BUILD_BENCH=ON > $(BENCH_DIR).configure.log || (cat $(BENCH_DIR).configure.log; exit 1)
@@ -66,8 +71,25 @@ bench: bootstrap
 	@./$(BENCH_DIR)/bench/bench_codec --header
 	@for b in $(filter-out bench_codec,$(BENCHES)); do ./$(BENCH_DIR)/bench/$$b || exit 1; done
 
+# The whole suite in a Debug build of its own under AddressSanitizer and UndefinedBehaviorSanitizer,
+# then under ThreadSanitizer; any report fails the test that shows it.
+test-asan: bootstrap
+	@bash scripts/sanitize.sh build-asan address,undefined
+
+test-tsan: bootstrap
+	@bash scripts/sanitize.sh build-tsan thread
+
+# Each fuzz target for SECONDS seconds, built with clang in a directory of its own.
+fuzz:
+	@bash scripts/bootstrap.sh fuzz
+	@CC=clang CXX=clang++ cmake -S . -B $(FUZZ_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBACKUPFRAME_FUZZ=ON \
+		-DBACKUPFRAME_BUILD_TESTS=OFF -DBACKUPFRAME_BUILD_BENCH=OFF -DBACKUPFRAME_INSTALL=OFF \
+		> $(FUZZ_DIR).configure.log || (cat $(FUZZ_DIR).configure.log; exit 1)
+	@cmake --build $(FUZZ_DIR) -j$(JOBS) --target $(FUZZ_TARGETS)
+	@bash scripts/fuzz.sh $(FUZZ_DIR) $(SECONDS) $(FUZZ_TARGETS)
+
 install: build
 	@cmake --install $(BUILD_DIR) $(if $(PREFIX),--prefix $(PREFIX))
 
 clean:
-	@rm -rf $(BUILD_DIR) $(BUILD_DIR).configure.log $(QT6_BUILD_DIR) $(QT6_BUILD_DIR).configure.log $(BENCH_DIR) $(BENCH_DIR).configure.log $(BENCH_DIR).build.log
+	@rm -rf $(BUILD_DIR) $(BUILD_DIR).configure.log $(QT6_BUILD_DIR) $(QT6_BUILD_DIR).configure.log $(BENCH_DIR) $(BENCH_DIR).configure.log $(BENCH_DIR).build.log build-asan build-tsan $(FUZZ_DIR) $(FUZZ_DIR).configure.log

@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building, testing and running backupframe need;
 # "bootstrap.sh qt6" adds those of the Qt 6 build (Core5Compat, the SQLite driver, offscreen platform).
+# "bootstrap.sh fuzz" adds clang and its libFuzzer runtime for the fuzz targets.
 # Costs one dpkg query when everything is already present.
 set -euo pipefail
 
 packages=(qtbase5-dev libqt5sql5-sqlite liblog4cpp5-dev cmake g++ make pkg-config sqlite3 tzdata libzip-dev unzip libcurl4-openssl-dev python3-aiosmtpd)
 if [ "${1:-}" = "qt6" ]; then
     packages+=(qt6-base-dev qt6-5compat-dev libqt6sql6-sqlite qt6-qpa-plugins)
+elif [ "${1:-}" = fuzz ]; then
+    packages+=(clang libclang-rt-14-dev)
 fi
 
 missing=()

@@ -87,6 +87,19 @@ qint64 residentKiB(qint64 pid)
     return -1;
 }
 
+// The service's resident memory is back within 32 MiB of idle. Not measurable under
+// ThreadSanitizer, whose shadow memory grows with every page the service touches.
+bool backNearIdle(qint64 pid, qint64 idleKiB)
+{
+#if defined(__SANITIZE_THREAD__)
+    Q_UNUSED(pid);
+    Q_UNUSED(idleKiB);
+    return true;
+#else
+    return residentKiB(pid) < idleKiB + 32 * 1024;
+#endif
+}
+
 } // namespace
 
 class tst_Faults : public QObject
@@ -233,7 +246,7 @@ void tst_Faults::manyClientsAtOnceWithSomeGoingMidPackage()
     // Plans were created by the answered clients, and perhaps by some that went after sending.
     QVERIFY(StoredPlans().size() >= expected);
     qInfo("service memory: %lld KiB idle, %lld KiB after", idle, residentKiB(m_service.processId()));
-    QVERIFY(residentKiB(m_service.processId()) < idle + 32 * 1024);
+    QVERIFY(backNearIdle(m_service.processId(), idle));
 }
 
 void tst_Faults::garbageDoesNoHarm_data()
@@ -273,7 +286,7 @@ void tst_Faults::garbageDoesNoHarm()
     // Others are answered meanwhile, and the service's memory does not follow what was sent.
     QCOMPARE(exchange(m_server, encoded(LoadSchedulersType)), 0);
     qInfo("service memory: %lld KiB idle, %lld KiB after", idle, residentKiB(m_service.processId()));
-    QVERIFY(residentKiB(m_service.processId()) < idle + 32 * 1024);
+    QVERIFY(backNearIdle(m_service.processId(), idle));
     peer.abort();
     QCOMPARE(exchange(m_server, encoded(LoadSchedulersType)), 0);
 }

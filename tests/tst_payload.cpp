@@ -252,6 +252,12 @@ void tst_Payload::stringListWritesAllReadsFirstOfEach()
     for (const QByteArray& input : {bytes, hex("FFFFFFFF"), hex("00000000")})
         CommandBuilder::BytearrayToData(input, &back);
     QCOMPARE(back.getQstringList(), (QList<QString>{"c", "b", "a"}));
+
+    // A null and an empty string are equal strings: the second is dropped as a repeat.
+    QstringListData nullAndEmpty;
+    CommandBuilder::BytearrayToData(hex("0000000E  FFFFFFFF  00000000  00000002 0061"), &nullAndEmpty);
+    QCOMPARE(nullAndEmpty.getQstringList(), (QList<QString>{QString(), "a"}));
+    QVERIFY(nullAndEmpty.getQstringList().first().isNull());
 }
 
 void tst_Payload::ownership_data()

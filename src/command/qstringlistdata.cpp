@@ -2,6 +2,8 @@
 
 #include "command/ownedlist.h"
 
+#include <QSet>
+
 QstringListData::QstringListData() = default;
 
 QstringListData::QstringListData(const QstringListData& other)
@@ -31,11 +33,16 @@ void QstringListData::Write(QDataStream& out)
 
 void QstringListData::Read(QDataStream& in)
 {
-    OwnedList::ReadNested(in, [this](QDataStream& inner) {
+    // A set of the strings held so far keeps each look-up constant: a searched list would make
+    // decoding quadratic in the number of strings a peer sends.
+    QSet<QString> seen(m_qstringList.cbegin(), m_qstringList.cend());
+    OwnedList::ReadNested(in, [this, &seen](QDataStream& inner) {
         QString text;
         inner >> text;
-        if (!m_qstringList.contains(text))
+        if (!seen.contains(text)) {
+            seen.insert(text);
             m_qstringList.append(text);
+        }
     });
 }
 
