@@ -1043,6 +1043,12 @@ void tst_Apps::runCutShortIsJournaledAsInterrupted()
 {
     QFETCH(bool, kill);
     QFETCH(QString, reason);
+    // Two runs at a time: the plan's and a one-off run beside it.
+    const QString config = m_dir->filePath(QStringLiteral("two.ini"));
+    QVERIFY(writeFile(config, "[Operation]\noperation_execute_type=2\n"));
+    const QStringList two{"--config", config};
+    StopScheduler(m_scheduler);
+    QVERIFY(StartScheduler(m_scheduler, m_dataDir, two));
     NewPlan({"long", "sleep", "600000"});
     // A follower learns how the run ended: told at the stop, or asking after the restart.
     QProcess follower;
@@ -1050,6 +1056,9 @@ void tst_Apps::runCutShortIsJournaledAsInterrupted()
     clock.start();
     StartAgent(follower, {"run", "long", "--wait"});
     QTRY_VERIFY_WITH_TIMEOUT(PlanJson("long").value("isRunning").toBool(), 10000);
+    // The one-off run's start is stored too.
+    const QString once = Agent({"once", "sleep", "600000", "--name", "long once"}).out.trimmed();
+    QTRY_COMPARE_WITH_TIMEOUT(Count("tb_once_runs"), 1, 10000);
     if (kill) {
         m_scheduler.kill();
         QVERIFY(m_scheduler.waitForFinished(10000));
@@ -1057,7 +1066,7 @@ void tst_Apps::runCutShortIsJournaledAsInterrupted()
         StopScheduler(m_scheduler);
     }
     // The lock of a killed service is taken over.
-    QVERIFY(StartScheduler(m_scheduler, m_dataDir));
+    QVERIFY(StartScheduler(m_scheduler, m_dataDir, two));
     const AgentRun followed = Finish(follower, clock);
     QCOMPARE(followed.code, 5);
     QVERIFY2(followed.out.contains("  long  Interrupted: ") && followed.out.contains(reason), qPrintable(followed.out));
@@ -1073,6 +1082,13 @@ void tst_Apps::runCutShortIsJournaledAsInterrupted()
     QCOMPARE(values(plan, {"status", "isRunning", "resultCode"}), (QStringList{"Interrupted", "false", "3"}));
     QVERIFY2(plan.value("errorMessage").toString().contains(reason), qPrintable(plan.value("errorMessage").toString()));
     QVERIFY(!plan.value("startTime").toString().isEmpty() && !plan.value("endTime").toString().isEmpty());
+
+    const QJsonArray onceJournals = AgentJson({"journals", once}).array();
+    QCOMPARE(onceJournals.size(), 1);
+    QCOMPARE(values(onceJournals[0].toObject(), {"planName", "result", "taskName"}),
+             (QStringList{"long once", "Interrupted", "sleep"}));
+    QVERIFY(onceJournals[0].toObject().value("errorMessage").toString().contains(reason));
+    QCOMPARE(Count("tb_once_runs"), 0);
 }
 
 // A few hundred small files and three large ones, 300 MiB in all: copied with monotonic progress

@@ -40,6 +40,8 @@ public:
     bool Remove(const QString& planUuid);
     bool SetHandledUpTo(const QString& planUuid, const QDateTime& instant);
     bool StartRun(const SchedulerPlan& plan);
+    // A one-off run starts (its plan is not among the stored plans).
+    bool StartOnce(const SchedulerPlan& run) { return m_database.StartOnce(run); }
     // Stores the plan's end of run and its journal; a deleted plan gets the journal only.
     bool FinishRun(const SchedulerPlan& plan, const JournalAttribute& journal);
     bool AddJournal(const JournalAttribute& journal);

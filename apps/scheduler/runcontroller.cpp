@@ -142,7 +142,7 @@ void RunController::Begin(Run run)
     plan.setCommandActionFlag(ExecuteOperationType);
     plan.getObjectSchemeAttribute().setStatus(RunningState());
     plan.getObjectSchemeAttribute().setExecutState(RunningState());
-    if (!run.once && !m_store.StartRun(plan)) {
+    if (!(run.once ? m_store.StartOnce(plan) : m_store.StartRun(plan))) {
         ServiceLog::Error(QStringLiteral("Store the start of a run of %1 failed in the Begin.").arg(run.planUuid));
         End(run, Failed, QStringLiteral("The database refused to record the start of the run."),
             QStringLiteral("Check that the data directory can be written, then run the plan again."));

@@ -71,7 +71,7 @@ private:
         QDateTime started;
         SchedulerPlan plan;   // as it was at the start: a plan deleted meanwhile still gets its journal
         RunJob* job = nullptr;
-        bool once = false;    // a one-off run: plan is all there is of it, nothing stored but its journal
+        bool once = false;    // a one-off run: plan is all there is of it; only its start and journal are stored
     };
 
     void Pump();

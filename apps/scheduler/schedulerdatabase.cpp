@@ -155,7 +155,11 @@ bool SchedulerDatabase::PrepareRunTable(QString& error)
         "last_fire_time VARCHAR(32) NOT NULL DEFAULT '',run_start_time VARCHAR(32) NOT NULL DEFAULT '',"
         "last_start_time VARCHAR(32) NOT NULL DEFAULT '',last_end_time VARCHAR(32) NOT NULL DEFAULT '',"
         "error_message TEXT NOT NULL DEFAULT '',result_code INTEGER NOT NULL DEFAULT 0,"
-        "trigger_flag INTEGER NOT NULL DEFAULT 0)"));
+        "trigger_flag INTEGER NOT NULL DEFAULT 0)"))
+        && query.exec(QStringLiteral(
+            "CREATE TABLE IF NOT EXISTS tb_once_runs(once_uuid VARCHAR(254) PRIMARY KEY NOT NULL,"
+            "plan_name TEXT NOT NULL DEFAULT '',operation_name TEXT NOT NULL DEFAULT '',"
+            "run_start_time VARCHAR(32) NOT NULL DEFAULT '')"));
     // A write that is rolled back: a read-only or damaged file is found now, not at the first request.
     if (ok && m_pdb->transaction()) {
         ok = query.exec(QStringLiteral("INSERT OR REPLACE INTO tb_plan_runs(plan_uuid) VALUES('')"));
@@ -215,8 +219,49 @@ bool SchedulerDatabase::FinishRun(const SchedulerPlan& plan, const JournalAttrib
             return false;
         const bool stored = query.next();
         query.finish();
+        if (!stored) {
+            query.prepare(QStringLiteral("DELETE FROM tb_once_runs WHERE once_uuid=?"));
+            query.addBindValue(plan.getPlanUuid());
+            if (!exec(query, "FinishRun"))
+                return false;
+        }
         return (!stored || (WritePlanRows(plan, false) && WriteLastRun(plan))) && WriteJournal(journal);
     });
+}
+
+bool SchedulerDatabase::StartOnce(const SchedulerPlan& run)
+{
+    return Transaction([&] {
+        QSqlQuery query(*m_pdb);
+        query.prepare(QStringLiteral(
+            "INSERT OR REPLACE INTO tb_once_runs(once_uuid,plan_name,operation_name,run_start_time) VALUES(?,?,?,?)"));
+        for (const QVariant& v : {QVariant(run.getPlanUuid()), text(run.getPlanName()),
+                                  text(run.getTaskAttribute().getOperationRegisterName()), text(run.getStartTime())})
+            query.addBindValue(v);
+        return exec(query, "StartOnce");
+    });
+}
+
+bool SchedulerDatabase::LoadOnceRuns(QList<SchedulerPlan>& runs)
+{
+    if (!IsOpen())
+        return false;
+    QSqlQuery query(*m_pdb);
+    query.setForwardOnly(true);
+    if (!query.exec(QStringLiteral("SELECT once_uuid,plan_name,operation_name,run_start_time FROM tb_once_runs "
+                                   "ORDER BY run_start_time"))) {
+        logFailure(query, "LoadOnceRuns");
+        return false;
+    }
+    while (query.next()) {
+        SchedulerPlan run;
+        run.setPlanUuid(query.value(0).toString());
+        run.setPlanName(query.value(1).toString());
+        run.getObjectTaskAttribute().setOperationRegisterName(query.value(2).toString());
+        run.setStartTime(query.value(3).toString());
+        runs.append(run);
+    }
+    return true;
 }
 
 // The last run as the plan shows it, kept so that a restart shows it too; no run is in progress.

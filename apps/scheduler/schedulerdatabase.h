@@ -23,7 +23,7 @@ struct PlanRunRow {
 class SchedulerDatabase : public DatabaseFunctionOperation
 {
 public:
-    // Creates tb_plan_runs when missing and proves that the file can be written;
+    // Creates tb_plan_runs and tb_once_runs when missing and proves that the file can be written;
     // false with the SQL error text.
     bool PrepareRunTable(QString& error);
     // The connection's last error text.
@@ -46,7 +46,13 @@ public:
     // A run starts: the plan's scheme (status "Running") and the run's start, together.
     bool StartRun(const SchedulerPlan& plan, const QString& runStartTime);
     // A run ends: the plan's scheme and its journal together; the run row is cleared.
+    // A one-off run (no stored plan) gets its journal and loses its tb_once_runs row.
     bool FinishRun(const SchedulerPlan& plan, const JournalAttribute& journal);
+    // A one-off run starts: its uuid, name, operation and start (tb_once_runs), so that a run
+    // the service does not see to its end is journaled at the next start.
+    bool StartOnce(const SchedulerPlan& run);
+    // The one-off runs that started and did not end, as plans with uuid, name, operation and start.
+    bool LoadOnceRuns(QList<SchedulerPlan>& runs);
 
     bool InsertJournal(const JournalAttribute& journal);
     // All journals, or one plan's when planUuid is not empty; oldest first.

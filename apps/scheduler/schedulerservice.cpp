@@ -99,6 +99,19 @@ void SchedulerService::RecoverInterruptedRuns()
         ServiceLog::Info(QStringLiteral("Run interrupted: %1 (started %2, the service ended during it).")
                              .arg(planText(plan), row.runStartTime));
     }
+    QList<SchedulerPlan> onceRuns;
+    if (!m_store.Database().LoadOnceRuns(onceRuns))
+        return;
+    for (SchedulerPlan& run : onceRuns) {
+        const QString started = run.getStartTime();
+        RunController::MarkEnded(run, Interrupted, reason, now);
+        const JournalAttribute journal = RunController::MakeJournal(run, Interrupted, started, now, 0, reason, solution);
+        if (!m_store.FinishRun(run, journal))
+            ServiceLog::Error(QStringLiteral("Store an interrupted run of %1 failed in the RecoverInterruptedRuns.")
+                                  .arg(run.getPlanUuid()));
+        ServiceLog::Info(QStringLiteral("Run interrupted: %1 (started %2, the service ended during it).")
+                             .arg(planText(run), started));
+    }
 }
 
 // Occurrences between the last handled instant and now passed while the service was down.
