@@ -958,7 +958,8 @@ void tst_Apps::tcpTransport()
     const QString secret = QDir(m_dataDir).filePath(QStringLiteral("tcp.secret"));
     QCOMPARE(QFileInfo(secret).permissions() & 0x0777, QFileDevice::ReadUser | QFileDevice::WriteUser);
     const QStringList tcp{"--tcp", "--config", config, "--secret-file", secret};
-    const AgentRun created = Agent(tcp + QStringList{"new", "remote", "noop"});
+    // A proven client may send more than a stranger may (a plan of about 100 KiB).
+    const AgentRun created = Agent(tcp + QStringList{"new", "remote", "noop", QString(100 * 1024, 'p')});
     QCOMPARE(created.code, 0);
     const QJsonArray plans = AgentJson({"plans"}).array();   // over the local socket
     QCOMPARE(plans.size(), 1);
@@ -982,6 +983,14 @@ void tst_Apps::tcpTransport()
     auto* result = dynamic_cast<ResultCommand*>(answer.get());
     QVERIFY(result && result->getResultData().size() > 0);
     QCOMPARE(SchedulerProtocol::ErrorNumberOf(result->getUintResult()), quint32(SchedulerProtocol::Unauthorized));
+
+    // A stranger that declares more than a Hello needs is cut off unread.
+    QTcpSocket stranger;
+    stranger.connectToHost(QHostAddress::LocalHost, port);
+    QVERIFY(stranger.waitForConnected(5000));
+    stranger.write(QByteArray::fromHex("0000000000100000") + QByteArray(128 * 1024, 'x'));
+    QVERIFY(QTest::qWaitFor([&] { return stranger.state() == QAbstractSocket::UnconnectedState; }, 5000));
+    QCOMPARE(stranger.readAll(), QByteArray());
 }
 
 void tst_Apps::planFiresByItselfUntilItsEnd()

@@ -283,6 +283,7 @@ private slots:
     void fiftyClientsEachGetTheirOwnAnswers();
     void misbehavingPeers_data();
     void misbehavingPeers();
+    void aSocketsOwnLimitReplacesTheEndpoints();
     void answers_data();
     void answers();
     void aPeerWritingWhileTheServerIsBusyIsRead();
@@ -456,6 +457,30 @@ void tst_Transport::misbehavingPeers()
     QCOMPARE(peer->bytesAvailable(), qint64(0));
     if (limit > 0)   // the peer was let go
         QTRY_VERIFY_WITH_TIMEOUT(isClosed(peer.get()), 5000);
+}
+
+// A socket's own limit replaces the endpoint's: a peer is held to the endpoint's small limit
+// until its first package lifts it, as a host does once a peer has proven who it is.
+void tst_Transport::aSocketsOwnLimitReplacesTheEndpoints()
+{
+    const QByteArray small = numberedPackage(1);
+    const QByteArray large = QByteArray::fromHex("0000000000002000") + QByteArray(8192 - 8, 'x');
+    ServerOnThread server([](CommunServer* s, QIODevice* socket, const QByteArray&) {
+        s->SetSocketMaxPackageSize(socket, 1 << 20);
+    });
+    QVERIFY(server.start());
+    runOn(server.server(), [&] { server.server()->SetMaxPackageSize(small.size()); });
+
+    std::unique_ptr<QIODevice> stranger = server.rawPeer(), known = server.rawPeer();
+    QVERIFY(stranger && known);
+    known->write(small);
+    QTRY_COMPARE_WITH_TIMEOUT(server.count(), 1, 5000);
+    known->write(large);
+    stranger->write(large);
+    QTRY_COMPARE_WITH_TIMEOUT(server.count(), 2, 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(isClosed(stranger.get()), 5000);
+    QVERIFY(!isClosed(known.get()));
+    QCOMPARE(m_log.lines().filter(QStringLiteral("a package of 8192 bytes, above its limit of %1.").arg(small.size())).size(), 1);
 }
 
 // An answer reaches a peer that is still there, given on any thread, even one without an

@@ -34,10 +34,6 @@
 
 namespace {
 
-// The longest request package the service receives: far above a plan, an e-mail setting or a
-// list of journal uuids to delete (a million of them fit).
-constexpr qint64 kMaxRequestBytes = 64 * 1024 * 1024;
-
 int g_signalPipe[2] = {-1, -1};
 
 void onSignal(int)
@@ -171,9 +167,6 @@ int main(int argc, char* argv[])
     CommunProducerConsumerManager dispatch;
     {
         localServer.Init(CommunAttribute::LocalProtocol);
-        // No agent request comes near this; a peer that declares more is cut off unread.
-        localServer.SetMaxPackageSize(kMaxRequestBytes);
-        tcpServer.SetMaxPackageSize(kMaxRequestBytes);
         if (localServer.IsLocalServerRun(serverName)) {
             err() << "backupframe-scheduler: another scheduler already serves '" << serverName << "'\n";
             Logger::UnInitialize();

@@ -30,6 +30,7 @@ RequestHandler::~RequestHandler()
 
 void RequestHandler::Serve(CommunServer* server, const QByteArray& secret)
 {
+    server->SetMaxPackageSize(secret.isEmpty() ? MaxRequestBytes : MaxUnprovenBytes);
     if (!secret.isEmpty())
         m_secrets.insert(server, secret);
     connect(server, &CommunServer::incomingBlockData, this, &RequestHandler::onIncomingBlockData);
@@ -74,6 +75,7 @@ void RequestHandler::Admit(CommunServer* server, QIODevice* socket, CommCommand&
     if (hello && hello->getCommandType() == HelloType && DecodePayload(hello->getRequestData(), given)
         && TcpSecret::Matches(given.getStringValue().toLatin1(), m_secrets.value(server))) {
         m_trusted.insert(socket);
+        server->SetSocketMaxPackageSize(socket, MaxRequestBytes);
         connect(socket, &QObject::destroyed, this, [this, socket] { m_trusted.remove(socket); });
         result.setUintResult(ResultCode(NoError));
         Send(server, socket, result);

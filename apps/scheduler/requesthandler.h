@@ -25,9 +25,16 @@ public:
     // Waits for the work it handed to other threads (bundles, listings): they answer through it.
     ~RequestHandler() override;
 
-    // Answers the packages the server receives. With a secret, a connection is served only once
-    // it has proven it with a Hello request; any other first request is refused and the
-    // connection closed.
+    // The longest request package served: far above a plan, an e-mail setting or a list of
+    // journal uuids to delete (a million of them fit). A peer that declares more is cut off unread.
+    static constexpr qint64 MaxRequestBytes = 64 * 1024 * 1024;
+    // Until a connection has proven the secret only its Hello is read (a few hundred bytes), so
+    // a stranger cannot make the service hold more than this per connection.
+    static constexpr qint64 MaxUnprovenBytes = 64 * 1024;
+
+    // Answers the packages the server receives, up to MaxRequestBytes. With a secret, a
+    // connection is served only once it has proven it with a Hello request (until then it is
+    // held to MaxUnprovenBytes); any other first request is refused and the connection closed.
     void Serve(CommunServer* server, const QByteArray& secret = QByteArray());
     // At service stop: takes no more requests and writes out the events still waiting for
     // their agents, for at most ms.

@@ -120,12 +120,18 @@ void CommunObject::OnOversizedPackage(QIODevice*, qint64)
 {
 }
 
+qint64 CommunObject::MaxPackageSizeOf(QIODevice*) const
+{
+    return m_maxPackageSize;
+}
+
 bool CommunObject::DropOversized(QIODevice* psocket, SocketSinkData* psink)
 {
-    if (m_maxPackageSize <= 0 || psink->getProgress() < PackageFormat::LengthFieldSize)
+    const qint64 limit = MaxPackageSizeOf(psocket);
+    if (limit <= 0 || psink->getProgress() < PackageFormat::LengthFieldSize)
         return false;
     const qint64 declared = psink->getPackageSize() > 0 ? psink->getPackageSize() : declaredLength(psink->getRfrnData(), 0);
-    if (declared <= m_maxPackageSize)
+    if (declared <= limit)
         return false;
     psink->Clear();
     OnOversizedPackage(psocket, declared);

@@ -70,8 +70,10 @@ signals:
     void readyReadBytes(QIODevice* psocket, QByteArray bytes);
 
 protected:
-    // A peer declared a package above MaxPackageSize; its buffer is already dropped.
+    // A peer declared a package above its limit; its buffer is already dropped.
     virtual void OnOversizedPackage(QIODevice* psocket, qint64 declared);
+    // The limit that applies to the socket: MaxPackageSize unless an endpoint keeps limits per socket.
+    virtual qint64 MaxPackageSizeOf(QIODevice* psocket) const;
 
 private:
     bool EmitPackagesBeyondLimit(QIODevice* psocket, SocketSinkData* psink);

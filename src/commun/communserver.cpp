@@ -343,12 +343,25 @@ void CommunServer::OnOversizedPackage(QIODevice* psocket, qint64 declared)
 {
     LibraryLog::Warn(QString("Server closed a connection that declared a package of %1 bytes, above its limit of %2.")
                          .arg(declared)
-                         .arg(MaxPackageSize()));
+                         .arg(MaxPackageSizeOf(psocket)));
     // Every handler of the socket's signals is queued: closing it here calls none of them now.
     if (auto* plocal = qobject_cast<QLocalSocket*>(psocket))
         plocal->abort();
     else if (auto* ptcp = qobject_cast<QAbstractSocket*>(psocket))
         ptcp->abort();
+}
+
+// Entries of sockets that are gone are dropped when the next socket is accepted.
+qint64 CommunServer::MaxPackageSizeOf(QIODevice* psocket) const
+{
+    return m_socketMaxPackageSizes.value(psocket, MaxPackageSize());
+}
+
+void CommunServer::SetSocketMaxPackageSize(QIODevice* psocket, qint64 bytes)
+{
+    if (!psocket || !IsLiveSocket(psocket))
+        return;
+    m_socketMaxPackageSizes.insert(psocket, qMax<qint64>(0, bytes));
 }
 
 void CommunServer::svrdisconnected(QIODevice* psocket)
@@ -373,11 +386,15 @@ bool CommunServer::IsLiveSocket(QIODevice* psocket) const
 
 void CommunServer::TrackSocket(QIODevice* psocket)
 {
+    // A socket gone takes its own limit along, before a new one can be given its address.
     for (auto it = m_liveSockets.begin(); it != m_liveSockets.end();) {
-        if (it.value().isNull())
+        if (it.value().isNull()) {
+            m_socketMaxPackageSizes.remove(it.key());
             it = m_liveSockets.erase(it);
-        else
+        } else {
             ++it;
+        }
     }
+    m_socketMaxPackageSizes.remove(psocket);
     m_liveSockets.insert(psocket, QPointer<QIODevice>(psocket));
 }

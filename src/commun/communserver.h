@@ -42,6 +42,9 @@ public:
     // Stops serving new connections; the listener stays open and connected clients are still served.
     void Stop();
     void UnInit();
+    // A limit of the socket's own in place of MaxPackageSize (0: none), e.g. a larger one once
+    // the peer has proven who it is. Kept until the socket is gone; the server's thread only.
+    void SetSocketMaxPackageSize(QIODevice* psocket, qint64 bytes);
     // The port the TCP server listens on, 0 when it does not listen.
     quint16 getTcpServerPort() const;
 
@@ -62,6 +65,7 @@ signals:
 protected:
     // Closes the connection of a peer that declared a package above MaxPackageSize.
     void OnOversizedPackage(QIODevice* psocket, qint64 declared) override;
+    qint64 MaxPackageSizeOf(QIODevice* psocket) const override;
 
 private slots:
     void onnewConnection();
@@ -87,6 +91,7 @@ private:
     // Socket pointers outlive their objects in the maps and in the hosts' hands; these
     // guards tell which are still alive. Touched on the server's thread only.
     QHash<QIODevice*, QPointer<QIODevice>> m_liveSockets;
+    QHash<QIODevice*, qint64> m_socketMaxPackageSizes;   // server's thread only
 };
 
 #endif
