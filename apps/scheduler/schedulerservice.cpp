@@ -196,28 +196,28 @@ void SchedulerService::PruneJournals(const QString& planUuid)
 }
 
 SchedulerService::ErrorNumber SchedulerService::CheckTask(const TaskAttribute& task,
-                                                          const TriggerAttribute& trigger, QString& reason) const
+                                                          const TriggerAttribute& trigger, QString* reason) const
 {
+    QString why;
+    ErrorNumber error = NoError;
     if (!m_operations.Contains(task.getOperationRegisterName())) {
-        reason = QStringLiteral("'%1' is not an operation; the operations are %2.")
-                     .arg(task.getOperationRegisterName(), m_operations.Names().join(QStringLiteral(", ")));
-        return UnknownOperation;
+        why = QStringLiteral("'%1' is not an operation; the operations are %2.")
+                  .arg(task.getOperationRegisterName(), m_operations.Names().join(QStringLiteral(", ")));
+        error = UnknownOperation;
+    } else if (!m_operations.Validate(task, why)) {
+        error = BadParameter;
+    } else if (!TriggerSchedule::Validate(trigger, why)) {
+        error = InvalidTrigger;
     }
-    if (!m_operations.Validate(task, reason))
-        return BadParameter;
-    if (!TriggerSchedule::Validate(trigger, reason))
-        return InvalidTrigger;
-    return NoError;
+    if (reason)
+        *reason = why;
+    return error;
 }
 
 SchedulerService::ErrorNumber SchedulerService::CreatePlan(const QString& name, const RequestNewOperationData& data,
                                                            QString& planUuid, QString* reason)
 {
-    QString why;
-    const ErrorNumber refused = CheckTask(data.getTaskAttribute(), data.getTriggerAttribute(), why);
-    if (reason)
-        *reason = why;
-    if (const ErrorNumber error = refused)
+    if (const ErrorNumber error = CheckTask(data.getTaskAttribute(), data.getTriggerAttribute(), reason))
         return error;
     planUuid = CommonTools::CreateUuid();
     return StoreNew(SchedulerPlan(data), planUuid, name, "created");
@@ -252,7 +252,7 @@ SchedulerService::ErrorNumber SchedulerService::AddPlan(const SchedulerPlan& giv
         why = QStringLiteral("The plan '%1' has the uuid %2 already.").arg(stored->getPlanName(), uuid);
         error = PlanExists;
     } else {
-        error = CheckTask(given.getTaskAttribute(), given.getTriggerAttribute(), why);
+        error = CheckTask(given.getTaskAttribute(), given.getTriggerAttribute(), &why);
     }
     if (reason)
         *reason = why;
@@ -271,11 +271,7 @@ SchedulerService::ErrorNumber SchedulerService::AddPlan(const SchedulerPlan& giv
 SchedulerService::ErrorNumber SchedulerService::RunOnce(const QString& name, const TaskAttribute& task,
                                                         QString& runUuid, QString* reason)
 {
-    QString why;
-    const ErrorNumber error = CheckTask(task, TriggerAttribute(), why);
-    if (reason)
-        *reason = why;
-    if (error != NoError)
+    if (const ErrorNumber error = CheckTask(task, TriggerAttribute(), reason))
         return error;
     RequestNewOperationData data;
     data.setTaskAttribute(task);
@@ -374,11 +370,7 @@ SchedulerService::ErrorNumber SchedulerService::EditPlan(const QString& planUuid
     const SchedulerPlan* stored = m_store.Find(planUuid);
     if (!stored)
         return PlanNotFound;
-    QString why;
-    const ErrorNumber refused = CheckTask(edit.getTaskAttribute(), edit.getTriggerAttribute(), why);
-    if (reason)
-        *reason = why;
-    if (const ErrorNumber error = refused)
+    if (const ErrorNumber error = CheckTask(edit.getTaskAttribute(), edit.getTriggerAttribute(), reason))
         return error;
     SchedulerPlan plan(*stored);
     TaskAttribute task = edit.getTaskAttribute();

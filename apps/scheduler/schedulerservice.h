@@ -101,7 +101,9 @@ signals:
     void mailEnded(quint64 ticket, const QString& error, const QString& to);
 
 private:
-    ErrorNumber CheckTask(const TaskAttribute& task, const TriggerAttribute& trigger, QString& reason) const;
+    // NoError when the task names an operation with valid parameters and the trigger is valid;
+    // else the refusal, and why in reason (when given).
+    ErrorNumber CheckTask(const TaskAttribute& task, const TriggerAttribute& trigger, QString* reason) const;
     // Stores a checked new plan under uuid and name, arms it and tells; `how` for the log line.
     ErrorNumber StoreNew(SchedulerPlan plan, const QString& uuid, const QString& name, const char* how);
     void RecoverInterruptedRuns();
