@@ -581,8 +581,12 @@ void tst_Apps::errorsChangeNothing_data()
     QTest::newRow("an unknown command") << QStringList{"frobnicate"} << 1 << "unknown command 'frobnicate'";
     QTest::newRow("waiting and following at once")
         << QStringList{"run", "x", "--wait", "--follow"} << 1 << "--wait and --follow do not go together";
+    QTest::newRow("waiting and following a restore at once, told before looking for the plan")
+        << QStringList{"restore", "x", "--to", "/tmp", "--wait", "--follow"} << 1 << "--wait and --follow do not go together";
     QTest::newRow("an unknown Ctrl-C choice")
         << QStringList{"run", "x", "--follow", "--on-interrupt", "quit"} << 1 << "--on-interrupt wants ask, cancel or leave";
+    QTest::newRow("a Ctrl-C choice for a run not waited for")
+        << QStringList{"once", "noop", "--on-interrupt", "cancel"} << 1 << "--on-interrupt goes with --wait or --follow";
     QTest::newRow("an option of another command")
         << QStringList{"plans", "--all"} << 1 << "option --all does not apply to 'plans'";
     QTest::newRow("a start time in another format") << QStringList{"new", "a", "noop", "--start", "03.02.2031"} << 1

@@ -184,11 +184,27 @@ AgentOptions::Outcome AgentOptions::Parse(const QStringList& arguments)
     }
     m_command = positional.first();
     m_arguments = positional.mid(1);
-    if (!CheckShape() || !CheckTimeout())
+    if (!CheckShape() || !CheckTimeout() || !CheckFollow())
         return UsageError;
     if (m_command == QLatin1String("help"))
         return CheckHelpTopic() ? Help : UsageError;
     return Run;
+}
+
+bool AgentOptions::CheckFollow()
+{
+    const bool wait = m_parser.isSet(QStringLiteral("wait"));
+    const bool follow = m_parser.isSet(QStringLiteral("follow"));
+    const QString onInterrupt = m_parser.value(QStringLiteral("on-interrupt"));
+    if (wait && follow)
+        m_error = QStringLiteral("--wait and --follow do not go together");
+    else if (!onInterrupt.isEmpty() && !QStringList{"ask", "cancel", "leave"}.contains(onInterrupt))
+        m_error = QStringLiteral("--on-interrupt wants ask, cancel or leave");
+    else if (!onInterrupt.isEmpty() && !wait && !follow)
+        m_error = QStringLiteral("--on-interrupt goes with --wait or --follow");
+    else
+        return true;
+    return false;
 }
 
 bool AgentOptions::CheckHelpTopic()

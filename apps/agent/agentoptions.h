@@ -37,6 +37,8 @@ public:
 private:
     bool CheckShape();
     bool CheckTimeout();
+    // --wait and --follow exclude each other; --on-interrupt is ask, cancel or leave, with one of them.
+    bool CheckFollow();
     bool CheckHelpTopic();
     QString CommandHelp(const QString& command) const;
 

@@ -97,13 +97,6 @@ int AgentCommands::RunPlan()
 {
     const bool wait = m_options.IsSet(QStringLiteral("wait"));
     const bool follow = m_options.IsSet(QStringLiteral("follow"));
-    if (wait && follow)
-        return Usage(QStringLiteral("--wait and --follow do not go together"));
-    const QString onInterrupt = m_options.Value(QStringLiteral("on-interrupt"));
-    if (!onInterrupt.isEmpty() && !QStringList{"ask", "cancel", "leave"}.contains(onInterrupt))
-        return Usage(QStringLiteral("--on-interrupt wants ask, cancel or leave"));
-    if (!onInterrupt.isEmpty() && !wait && !follow)
-        return Usage(QStringLiteral("--on-interrupt goes with --wait or --follow"));
     SchedulerPlan plan;
     if (const int code = ResolvePlan(m_options.Arguments().first(), plan))
         return code;
@@ -307,8 +300,6 @@ int AgentCommands::StartOnce(const QString& operation, const QByteArray& paramet
 {
     const bool wait = m_options.IsSet(QStringLiteral("wait"));
     const bool follow = m_options.IsSet(QStringLiteral("follow"));
-    if (wait && follow)
-        return Usage(QStringLiteral("--wait and --follow do not go together"));
     RequestNewOperationData data;
     data.getObjectTaskAttribute().setOperationRegisterName(operation);
     data.getObjectTaskAttribute().setOperationParameter(parameter);
