@@ -8,6 +8,7 @@
 #include <QAbstractSocket>
 
 #include <QDir>
+#include <QLocalSocket>
 #include <QThreadPool>
 
 #include <memory>
@@ -398,7 +399,36 @@ void RequestHandler::Send(CommunServer* server, QIODevice* socket, ResultCommand
 {
     QByteArray bytes;
     CommandBuilder::CommandToBytearray(&result, bytes);
-    server->SendResult(socket, bytes);
+    if (Owe(server, socket, bytes.size()))
+        server->SendResult(socket, bytes);
+}
+
+bool RequestHandler::Owe(CommunServer* server, QIODevice* socket, qint64 bytes)
+{
+    auto owed = m_unwritten.find(socket);
+    if (owed == m_unwritten.end()) {
+        owed = m_unwritten.insert(socket, 0);
+        // Event packages are written to the same connection: the count never goes below 0.
+        connect(socket, &QIODevice::bytesWritten, this, [this, socket](qint64 written) {
+            const auto found = m_unwritten.find(socket);
+            if (found != m_unwritten.end())
+                *found = qMax<qint64>(0, *found - written);
+        });
+        connect(socket, &QObject::destroyed, this, [this, socket] { m_unwritten.remove(socket); });
+    }
+    if (*owed == 0 || *owed + bytes <= MaxUnreadAnswerBytes) {
+        *owed += bytes;
+        return true;
+    }
+    ServiceLog::Warn(QStringLiteral("Client cut off: it left %1 bytes of answers unread and asked for more.").arg(*owed));
+    // The server keeps a connection's waiting answers until an error or a new connection at the
+    // same address; closed from here, they are freed now.
+    server->EraseSendSinkDataList(socket);
+    if (auto* local = qobject_cast<QLocalSocket*>(socket))
+        local->abort();
+    else if (auto* tcp = qobject_cast<QAbstractSocket*>(socket))
+        tcp->abort();
+    return false;
 }
 
 QByteArray RequestHandler::PlanPayload(const QString& planUuid) const

@@ -31,6 +31,10 @@ public:
     // Until a connection has proven the secret only its Hello is read (a few hundred bytes), so
     // a stranger cannot make the service hold more than this per connection.
     static constexpr qint64 MaxUnprovenBytes = 64 * 1024;
+    // Answer bytes a connection may leave unread while it asks for more; beyond that it is cut
+    // off, so that a client that never reads cannot make the service hold answers without bound.
+    // One answer alone always goes, however long.
+    static constexpr qint64 MaxUnreadAnswerBytes = 64 * 1024 * 1024;
 
     // Answers the packages the server receives, up to MaxRequestBytes. With a secret, a
     // connection is served only once it has proven it with a Hello request (until then it is
@@ -86,6 +90,10 @@ private:
     ErrorNumber WithPlan(ErrorNumber error, const QString& planUuid, ResultCommand& result);
 
     void Send(CommunServer* server, QIODevice* socket, ResultCommand& result);
+    // Counts bytes about to be sent to the socket against what it has not read yet; false
+    // when they would take it past MaxUnreadAnswerBytes: the connection is then closed and
+    // its waiting answers freed.
+    bool Owe(CommunServer* server, QIODevice* socket, qint64 bytes);
     // A package on a guarded connection that has not proven the secret yet.
     void Admit(CommunServer* server, QIODevice* socket, CommCommand& command);
     QByteArray PlanPayload(const QString& planUuid) const;
@@ -95,6 +103,7 @@ private:
     bool m_stopped = false;
     QHash<CommunServer*, QByteArray> m_secrets;   // guarded servers and the secret they want
     QSet<QIODevice*> m_trusted;                   // guarded connections that proved it
+    QHash<QIODevice*, qint64> m_unwritten;        // answer bytes not yet taken by each connection
     int m_nextKey = 0;     // deferral keys of answers that wait for work off the main thread
     QHash<QString, QList<PendingAnswer>> m_deferred;   // key (a cancelled plan's uuid) -> answers to send
     QString m_reason;                                  // why the request being answered was refused
