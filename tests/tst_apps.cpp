@@ -1069,9 +1069,11 @@ void tst_Apps::runCutShortIsJournaledAsInterrupted()
     clock.start();
     StartAgent(follower, {"run", "long", "--wait"});
     QTRY_VERIFY_WITH_TIMEOUT(PlanJson("long").value("isRunning").toBool(), 10000);
-    // The one-off run's start is stored too.
+    // One-off runs are stored too: one that runs, and one that waits behind the two.
     const QString once = Agent({"once", "sleep", "600000", "--name", "long once"}).out.trimmed();
-    QTRY_COMPARE_WITH_TIMEOUT(Count("tb_once_runs"), 1, 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(!Row("SELECT run_start_time FROM tb_once_runs").value(0).isEmpty(), 10000);
+    const QString waiting = Agent({"once", "noop", "--name", "waiting once"}).out.trimmed();
+    QCOMPARE(Count("tb_once_runs"), 2);
     if (kill) {
         m_scheduler.kill();
         QVERIFY(m_scheduler.waitForFinished(10000));
@@ -1101,6 +1103,10 @@ void tst_Apps::runCutShortIsJournaledAsInterrupted()
     QCOMPARE(values(onceJournals[0].toObject(), {"planName", "result", "taskName"}),
              (QStringList{"long once", "Interrupted", "sleep"}));
     QVERIFY(onceJournals[0].toObject().value("errorMessage").toString().contains(reason));
+    const QJsonArray waitingJournals = AgentJson({"journals", waiting}).array();
+    QCOMPARE(waitingJournals.size(), 1);
+    QCOMPARE(values(waitingJournals[0].toObject(), {"planName", "result"}), (QStringList{"waiting once", "Skipped"}));
+    QVERIFY(waitingJournals[0].toObject().value("errorMessage").toString().contains("before the run could start"));
     QCOMPARE(Count("tb_once_runs"), 0);
 }
 

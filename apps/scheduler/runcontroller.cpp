@@ -86,7 +86,13 @@ ErrorNumber RunController::RequestOnce(const SchedulerPlan& plan)
     run.planUuid = plan.getPlanUuid();
     run.reason = ManualRun;
     run.plan = plan;
+    run.plan.setStartTime(QString());
     run.once = true;
+    // Stored while it waits too: one the service does not see to its end is journaled anyway.
+    if (!m_store.StartOnce(run.plan)) {
+        ServiceLog::Error(QStringLiteral("Store a one-off run of %1 failed in the RequestOnce.").arg(run.planUuid));
+        return StorageFailed;
+    }
     m_queue.append(run);
     if (m_running.size() >= m_parallel) {
         m_queue.last().plan.getObjectSchemeAttribute().setExecutState(QueuedState());
@@ -258,7 +264,8 @@ void RunController::RecordWithoutRun(const QString& planUuid, quint64 outcome, c
             plan.getObjectSchemeAttribute().setExecutState(QString());
     });
     const JournalAttribute journal = MakeJournal(*stored, outcome, now, now, 0, reason, solution);
-    if (!m_store.AddJournal(journal))
+    // A one-off run's journal replaces its stored row.
+    if (!(stored == unstored ? m_store.FinishRun(*stored, journal) : m_store.AddJournal(journal)))
         ServiceLog::Error(QStringLiteral("Store a journal of %1 failed in the RecordWithoutRun.").arg(planUuid));
     emit journalAdded(journal);
     emit planStateChanged(planUuid);

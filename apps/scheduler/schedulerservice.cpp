@@ -102,15 +102,24 @@ void SchedulerService::RecoverInterruptedRuns()
     QList<SchedulerPlan> onceRuns;
     if (!m_store.Database().LoadOnceRuns(onceRuns))
         return;
+    // One-off runs that had started, and those that still waited (no start).
     for (SchedulerPlan& run : onceRuns) {
         const QString started = run.getStartTime();
-        RunController::MarkEnded(run, Interrupted, reason, now);
-        const JournalAttribute journal = RunController::MakeJournal(run, Interrupted, started, now, 0, reason, solution);
+        const quint64 outcome = started.isEmpty() ? Skipped : Interrupted;
+        const QString why = started.isEmpty()
+            ? QStringLiteral("The scheduler service ended before the run could start (it was killed, crashed or the "
+                             "machine lost power).")
+            : reason;
+        RunController::MarkEnded(run, outcome, why, now);
+        const JournalAttribute journal =
+            RunController::MakeJournal(run, outcome, started.isEmpty() ? now : started, now, 0, why, solution);
         if (!m_store.FinishRun(run, journal))
             ServiceLog::Error(QStringLiteral("Store an interrupted run of %1 failed in the RecoverInterruptedRuns.")
                                   .arg(run.getPlanUuid()));
-        ServiceLog::Info(QStringLiteral("Run interrupted: %1 (started %2, the service ended during it).")
-                             .arg(planText(run), started));
+        ServiceLog::Info(QStringLiteral("Run %1: %2 (%3).")
+                             .arg(OutcomeText(outcome).toLower(), planText(run),
+                                  started.isEmpty() ? QStringLiteral("it waited when the service ended")
+                                                    : QStringLiteral("started %1, the service ended during it").arg(started)));
     }
 }
 
