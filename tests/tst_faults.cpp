@@ -87,17 +87,18 @@ qint64 residentKiB(qint64 pid)
     return -1;
 }
 
-// The service's resident memory is back within 32 MiB of idle. Not measurable under
+// The service's resident memory is back within marginMiB of idle. Not measurable under
 // ThreadSanitizer, whose shadow memory grows with every page the service touches, nor under
 // AddressSanitizer, whose quarantine holds on to what was freed.
-bool backNearIdle(qint64 pid, qint64 idleKiB)
+bool backNearIdle(qint64 pid, qint64 idleKiB, qint64 marginMiB = 32)
 {
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
     Q_UNUSED(pid);
     Q_UNUSED(idleKiB);
+    Q_UNUSED(marginMiB);
     return true;
 #else
-    return residentKiB(pid) < idleKiB + 32 * 1024;
+    return residentKiB(pid) < idleKiB + marginMiB * 1024;
 #endif
 }
 
@@ -114,7 +115,7 @@ private slots:
     void manyClientsAtOnceWithSomeGoingMidPackage();
     void garbageDoesNoHarm_data();
     void garbageDoesNoHarm();
-    void aClientThatNeverReadsIsCutOff();
+    void clientsThatNeverReadAreCutOff();
     void killedWhileStoringLosesNothingAnswered();
     void aFullDiskOrReadOnlyDataRefusesAndKeepsWhatWasStored_data();
     void aFullDiskOrReadOnlyDataRefusesAndKeepsWhatWasStored();
@@ -293,25 +294,29 @@ void tst_Faults::garbageDoesNoHarm()
     QCOMPARE(exchange(m_server, encoded(LoadSchedulersType)), 0);
 }
 
-// A client that keeps asking for about 1 MiB and never reads: the service does not hold its
-// answers without bound, it cuts the client off and keeps answering others.
-void tst_Faults::aClientThatNeverReadsIsCutOff()
+// Clients that keep asking for about 1 MiB and never read: the service does not hold their
+// answers without bound, it cuts each off, frees what it left and keeps answering others.
+void tst_Faults::clientsThatNeverReadAreCutOff()
 {
     const QByteArray bulky = encoded(NewOperationType, QString(), newPlanPayload("noop", QByteArray(64 * 1024, 'p')));
     for (int i = 0; i < 16; ++i)
         QCOMPARE(exchange(m_server, bulky), 0);
     const qint64 idle = residentKiB(m_service.processId());
-    QLocalSocket greedy;
-    greedy.setReadBufferSize(64 * 1024);   // takes no more from the connection than this
-    greedy.connectToServer(m_server);
-    QVERIFY(greedy.waitForConnected(5000));
-    const QByteArray ask = encoded(LoadSchedulersType);
-    for (int i = 0; i < 300 && greedy.state() == QLocalSocket::ConnectedState; ++i)
-        greedy.write(ask);
-    QVERIFY(QTest::qWaitFor([&] { return greedy.state() == QLocalSocket::UnconnectedState; }, 60000));
-    QCOMPARE(exchange(m_server, encoded(LoadSchedulersType)), 0);
-    qInfo("service memory: %lld KiB idle, %lld KiB after", idle, residentKiB(m_service.processId()));
-    QVERIFY(backNearIdle(m_service.processId(), idle));   // the answers it left are freed
+    for (int client = 0; client < 3; ++client) {
+        QLocalSocket greedy;
+        greedy.setReadBufferSize(64 * 1024);   // takes no more from the connection than this
+        greedy.connectToServer(m_server);
+        QVERIFY(greedy.waitForConnected(5000));
+        const QByteArray ask = encoded(LoadSchedulersType);
+        for (int i = 0; i < 300 && greedy.state() == QLocalSocket::ConnectedState; ++i)
+            greedy.write(ask);
+        QVERIFY(QTest::qWaitFor([&] { return greedy.state() == QLocalSocket::UnconnectedState; }, 60000));
+        QCOMPARE(exchange(m_server, encoded(LoadSchedulersType)), 0);
+        qInfo("service memory: %lld KiB idle, %lld KiB after client %d", idle, residentKiB(m_service.processId()),
+              client + 1);
+    }
+    // The allocator may keep what one client's 64 MiB took; three clients' answers are not kept.
+    QVERIFY(backNearIdle(m_service.processId(), idle, 96));
 }
 
 void tst_Faults::killedWhileStoringLosesNothingAnswered()
