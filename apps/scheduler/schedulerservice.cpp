@@ -77,49 +77,42 @@ void SchedulerService::Stop()
     ServiceLog::Info(QStringLiteral("Scheduler stopped."));
 }
 
-// A run whose start was stored but whose end was not: the service ended during it.
+// Runs whose start (or, for a one-off run, whose request) was stored but whose end was not:
+// the service ended during them. A run that had started is journaled Interrupted, a one-off
+// run that still waited Skipped.
 void SchedulerService::RecoverInterruptedRuns()
 {
     const QString now = timeText(QDateTime::currentDateTime());
-    const QString reason = QStringLiteral("The scheduler service ended during the run (it was killed, crashed or "
-                                          "the machine lost power).");
     const QString solution = RunController::SolutionFor(Interrupted);
+    auto recover = [&](SchedulerPlan run, bool waited) {
+        const QString started = run.getStartTime();
+        const quint64 outcome = waited ? Skipped : Interrupted;
+        const QString why = QStringLiteral("The scheduler service ended %1 (it was killed, crashed or the machine lost "
+                                           "power).")
+                                .arg(waited ? QStringLiteral("before the run could start") : QStringLiteral("during the run"));
+        RunController::MarkEnded(run, outcome, why, now);
+        const JournalAttribute journal =
+            RunController::MakeJournal(run, outcome, waited ? now : started, now, 0, why, solution);
+        if (!m_store.FinishRun(run, journal))
+            ServiceLog::Error(QStringLiteral("Store an interrupted run of %1 failed in the RecoverInterruptedRuns.")
+                                  .arg(run.getPlanUuid()));
+        ServiceLog::Info(QStringLiteral("Run %1: %2 (%3).")
+                             .arg(OutcomeText(outcome).toLower(), planText(run),
+                                  waited ? QStringLiteral("it waited when the service ended")
+                                         : QStringLiteral("started %1, the service ended during it").arg(started)));
+    };
     for (const SchedulerPlan* stored : std::vector<const SchedulerPlan*>(m_store.Ordered())) {
         const PlanRunRow row = m_store.RunRow(stored->getPlanUuid());
         if (row.runStartTime.isEmpty() && stored->getSchemeAttribute().getStatus() != RunningState())
             continue;
         SchedulerPlan plan(*stored);
         plan.setStartTime(row.runStartTime);
-        RunController::MarkEnded(plan, Interrupted, reason, now);
-        const JournalAttribute journal =
-            RunController::MakeJournal(plan, Interrupted, row.runStartTime, now, 0, reason, solution);
-        if (!m_store.FinishRun(plan, journal))
-            ServiceLog::Error(QStringLiteral("Store an interrupted run of %1 failed in the RecoverInterruptedRuns.")
-                                  .arg(plan.getPlanUuid()));
-        ServiceLog::Info(QStringLiteral("Run interrupted: %1 (started %2, the service ended during it).")
-                             .arg(planText(plan), row.runStartTime));
+        recover(plan, false);
     }
     QList<SchedulerPlan> onceRuns;
-    if (!m_store.Database().LoadOnceRuns(onceRuns))
-        return;
-    // One-off runs that had started, and those that still waited (no start).
-    for (SchedulerPlan& run : onceRuns) {
-        const QString started = run.getStartTime();
-        const quint64 outcome = started.isEmpty() ? Skipped : Interrupted;
-        const QString why = started.isEmpty()
-            ? QStringLiteral("The scheduler service ended before the run could start (it was killed, crashed or the "
-                             "machine lost power).")
-            : reason;
-        RunController::MarkEnded(run, outcome, why, now);
-        const JournalAttribute journal =
-            RunController::MakeJournal(run, outcome, started.isEmpty() ? now : started, now, 0, why, solution);
-        if (!m_store.FinishRun(run, journal))
-            ServiceLog::Error(QStringLiteral("Store an interrupted run of %1 failed in the RecoverInterruptedRuns.")
-                                  .arg(run.getPlanUuid()));
-        ServiceLog::Info(QStringLiteral("Run %1: %2 (%3).")
-                             .arg(OutcomeText(outcome).toLower(), planText(run),
-                                  started.isEmpty() ? QStringLiteral("it waited when the service ended")
-                                                    : QStringLiteral("started %1, the service ended during it").arg(started)));
+    if (m_store.Database().LoadOnceRuns(onceRuns)) {
+        for (const SchedulerPlan& run : onceRuns)
+            recover(run, run.getStartTime().isEmpty());
     }
 }
 

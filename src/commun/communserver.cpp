@@ -395,6 +395,5 @@ void CommunServer::TrackSocket(QIODevice* psocket)
             ++it;
         }
     }
-    m_socketMaxPackageSizes.remove(psocket);
     m_liveSockets.insert(psocket, QPointer<QIODevice>(psocket));
 }
